@@ -1,0 +1,13 @@
+# One switch for the whole build: parts with and without a sanitizer do not mix.
+if(MRETRIEVER_SANITIZE)
+  add_compile_options(-fsanitize=${MRETRIEVER_SANITIZE} -fno-omit-frame-pointer -O1 -g1)
+  add_link_options(-fsanitize=${MRETRIEVER_SANITIZE})
+  if(MRETRIEVER_SANITIZE MATCHES undefined)
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
