@@ -1,0 +1,89 @@
+"""What the comparison benchmarks share: run commands, take their cost, print a table.
+
+Each bench/<area>.py runs our program and its peers on the same input in the same
+run and prints ratios. `make bench` runs them all; they need the release build.
+"""
+import os
+import signal
+import subprocess
+import sys
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BIN = os.path.join(ROOT, "build", "bin")
+MRETRIEVER = os.path.join(BIN, "mretriever")
+CAMSIM = os.path.join(BIN, "camsim")
+
+
+class Cost:
+    """CPU seconds (user and system), wall seconds, peak memory in MB, status and output."""
+
+    def __init__(self, usage, wall, status, output):
+        self.cpu = usage.ru_utime + usage.ru_stime
+        self.wall = wall
+        self.peak_mb = usage.ru_maxrss / 1024
+        self.status = status
+        self.output = output
+
+    def per_gigabyte(self, size):
+        return self.cpu / (size / 1e9)
+
+
+def start(command, **options):
+    """A background process (a device, a sender); stop() it afterwards."""
+    return subprocess.Popen(command, stdin=subprocess.DEVNULL, **options)
+
+
+def stop(process):
+    if process.poll() is None:
+        process.send_signal(signal.SIGTERM)
+        try:
+            process.wait(5)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+
+
+def run(command, seconds=None, output=subprocess.DEVNULL):
+    """Runs to the end, or ends it with SIGINT after `seconds`; returns its Cost."""
+    begin = time.monotonic()
+    process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output,
+                               stderr=subprocess.STDOUT if output == subprocess.PIPE
+                               else subprocess.DEVNULL)
+    sent = False
+    while True:
+        pid, status, usage = os.wait4(process.pid, os.WNOHANG)
+        if pid:
+            break
+        if seconds is not None and not sent and time.monotonic() - begin > seconds:
+            process.send_signal(signal.SIGINT)
+            sent = True
+        time.sleep(0.005)
+    text = process.stdout.read().decode(errors="replace") if process.stdout else ""
+    process.returncode = os.waitstatus_to_exitcode(status)
+    return Cost(usage, time.monotonic() - begin, process.returncode, text)
+
+
+def pss_mb(pid):
+    """Proportional set size of a running process in MB."""
+    with open(f"/proc/{pid}/smaps_rollup") as rollup:
+        for line in rollup:
+            if line.startswith("Pss:"):
+                return int(line.split()[1]) / 1024
+    return 0.0
+
+
+def cpu_seconds(pid):
+    """CPU seconds that a running process has used."""
+    with open(f"/proc/{pid}/stat") as stat:
+        fields = stat.read().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def table(title, header, rows):
+    print(f"\n{title}")
+    lines = [header] + [[str(cell) for cell in row] for row in rows]
+    widths = [max(len(line[i]) for line in lines) for i in range(len(header))]
+    for line in lines:
+        print("  " + "  ".join(cell.ljust(width) for cell, width in zip(line, widths)))
+    sys.stdout.flush()

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Cfg.h"
+#include "FailureReport.h"
+#include "NETMediaProducerImpl.h"
+
+namespace Kelvane {
+
+// Producers that the selection knows and that cannot receive yet.
+class PendingProducer : public NETMediaProducerImpl {
+ public:
+  using NETMediaProducerImpl::NETMediaProducerImpl;
+  bool start() override {
+    FATAL_EXIT("CRT-5024 %s is not implemented", Cfg::value("PROTO").c_str());
+  }
+};
+
+#define PENDING_PRODUCER(name)                                                                 \
+  class name : public PendingProducer {                                                        \
+   public:                                                                                     \
+    name(AbstractSink* audio, AbstractSink* video) : PendingProducer(audio, video, nullptr) {} \
+  }
+
+PENDING_PRODUCER(PelcoMediaProducerImpl);
+PENDING_PRODUCER(VSIPMediaProducerImpl);
+PENDING_PRODUCER(DanteMediaProducerImpl);
+PENDING_PRODUCER(SamsungMediaProducerImpl);
+PENDING_PRODUCER(BoschMediaProducerImpl);
+PENDING_PRODUCER(HTTPMediaProducerImpl);
+PENDING_PRODUCER(PushInMediaProducerImpl);
+PENDING_PRODUCER(RTPMediaProducerImpl);
+
+enum APP_MODE_NAME { APP_NV = 0, APP_VLC = 1 };
+class RTSPMediaProducerImpl : public PendingProducer {
+ public:
+  RTSPMediaProducerImpl(AbstractSink* audio, AbstractSink* video, AbstractSink* metadata,
+                        APP_MODE_NAME mode)
+      : PendingProducer(audio, video, metadata), applicationMode(mode) {}
+  const APP_MODE_NAME applicationMode;
+};
+
+class CornetMediaProducerImpl : public PendingProducer {
+ public:
+  CornetMediaProducerImpl(AbstractSink* audio, AbstractSink* video, AbstractSink* metadata,
+                          bool waits)
+      : PendingProducer(audio, video, metadata), supportWaitState(waits) {}
+  const bool supportWaitState;
+};
+
+}  // namespace Kelvane

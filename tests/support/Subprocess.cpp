@@ -1,0 +1,131 @@
+#include "Subprocess.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace testsupport {
+
+Subprocess::Subprocess(const std::vector<std::string>& command) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+  std::vector<std::string> words = command;
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  const int error = posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  close(ends[1]);
+  pipe_ = ends[0];
+  fcntl(pipe_, F_SETFL, O_NONBLOCK);
+  if (error != 0) throw std::runtime_error("could not start " + command[0]);
+}
+
+Subprocess::~Subprocess() {
+  if (running()) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  close(pipe_);
+}
+
+void Subprocess::signal(int number) const {
+  if (status_ < 0) kill(pid_, number);
+}
+
+void Subprocess::drain() {
+  char block[65536];
+  ssize_t got = 0;
+  while ((got = read(pipe_, block, sizeof block)) > 0) {
+    output_.append(block, static_cast<std::size_t>(got));
+  }
+}
+
+bool Subprocess::reap() {
+  if (status_ >= 0) return true;
+  int status = 0;
+  if (waitpid(pid_, &status, WNOHANG) != pid_) return false;
+  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  drain();
+  return true;
+}
+
+bool Subprocess::running() {
+  return !reap();
+}
+
+int Subprocess::wait(std::chrono::milliseconds patience) {
+  eventually(
+      [this] {
+        drain();  // a full pipe would hold the child up
+        return reap();
+      },
+      patience);
+  return status_;
+}
+
+std::string Subprocess::output() {
+  drain();
+  return output_;
+}
+
+bool Subprocess::awaitOutput(const std::string& text, std::chrono::milliseconds patience) {
+  return eventually([&] { return output().find(text) != std::string::npos; }, patience);
+}
+
+namespace {
+
+int boundPort(int type) {
+  const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  const bool bound = bind(fd, generic, length) == 0 && getsockname(fd, generic, &length) == 0;
+  close(fd);
+  if (!bound) throw std::runtime_error("no free port");
+  return ntohs(address.sin_port);
+}
+
+}  // namespace
+
+int freeTcpPort() {
+  return boundPort(SOCK_STREAM);
+}
+
+int freeUdpPort() {
+  for (int tries = 0; tries < 1000; ++tries) {
+    const int port = boundPort(SOCK_DGRAM);
+    if (port % 2 == 0) return port;
+  }
+  throw std::runtime_error("no free even port");
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "mretriever-test-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+}  // namespace testsupport

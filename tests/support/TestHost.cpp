@@ -1,0 +1,193 @@
+#include "TestHost.h"
+
+#include <unistd.h>
+
+#include <BasicUsageEnvironment.hh>
+#include <cstdarg>
+#include <cstdio>
+
+namespace testsupport {
+
+using Kelvane::Cfg;
+using Kelvane::StreamState;
+
+void CapturingSink::init(const char* codec, ...) {
+  const unsigned char* config = nullptr;
+  unsigned size = 0;
+  if (readsConfig_) {
+    va_list arguments;
+    va_start(arguments, codec);
+    config = va_arg(arguments, const unsigned char*);
+    size = va_arg(arguments, unsigned);
+    va_end(arguments);
+  }
+  AbstractSink::init(codec);
+  std::lock_guard<std::mutex> held(mutex_);
+  codecs_.emplace_back(codec);
+  configs_.push_back(config == nullptr ? ""
+                                       : std::string(reinterpret_cast<const char*>(config), size));
+}
+
+void CapturingSink::addData(unsigned char* data, unsigned int size, const timeval& tv) {
+  SinkFrame frame{std::string(reinterpret_cast<const char*>(data), size), tv};
+  {
+    std::lock_guard<std::mutex> held(mutex_);
+    frames_.push_back(frame);
+  }
+  changed_.notify_all();
+  if (onFrame_) onFrame_(frame);
+}
+
+void CapturingSink::setTrigger(char* text) {
+  std::lock_guard<std::mutex> held(mutex_);
+  triggers_.emplace_back(text);
+}
+
+bool CapturingSink::awaitFrames(std::size_t count) {
+  std::unique_lock<std::mutex> held(mutex_);
+  return changed_.wait_for(held, kPatience, [&] { return frames_.size() >= count; });
+}
+
+std::vector<SinkFrame> CapturingSink::frames() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return frames_;
+}
+
+std::size_t CapturingSink::count() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return frames_.size();
+}
+
+std::vector<std::string> CapturingSink::codecs() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return codecs_;
+}
+
+std::vector<std::string> CapturingSink::configs() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return configs_;
+}
+
+std::vector<std::string> CapturingSink::triggers() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return triggers_;
+}
+
+TestHost::TestHost(const Keys& keys) {
+  Cfg::clear();
+  const std::string pid = std::to_string(getpid());
+  Keys all{{"DEVID", "dev" + pid}, {"OBJID", pid},          {"CAMERAMODEL", "any"},
+           {"MODELID", "any"},     {"MEDIA_FORMAT", "any"}, {"PROTO", "any"}};
+  for (const auto& [key, value] : keys) all[key] = value;
+  for (const auto& [key, value] : all) Cfg::insert(key, value);
+  Kelvane::setHostObserver(this);
+  scheduler_ = BasicTaskScheduler::createNew();
+  env_ = BasicUsageEnvironment::createNew(*scheduler_);
+  audio_ = new CapturingSink(*env_, true);
+  video_ = new CapturingSink(*env_, false);
+  metadata_ = new CapturingSink(*env_, true);
+}
+
+TestHost::~TestHost() {
+  stop();
+  if (thread_.joinable()) {
+    if (!awaitEnd()) {
+      // Nothing can be torn down under a running producer.
+      fprintf(stderr, "TestHost: start() did not return\n");
+      _exit(99);
+    }
+    thread_.join();
+  }
+  Medium::close(audio_);
+  Medium::close(video_);
+  Medium::close(metadata_);
+  env_->reclaim();
+  delete scheduler_;
+  Kelvane::setHostObserver(nullptr);
+}
+
+void TestHost::run(Kelvane::NETMediaProducerImpl& producer) {
+  thread_ = std::thread([this, &producer] {
+    producer.init();
+    const bool result = producer.start();
+    std::lock_guard<std::mutex> held(mutex_);
+    result_ = result;
+    ended_ = true;
+  });
+}
+
+void TestHost::stop() {
+  retriever_.stop();
+}
+
+bool TestHost::awaitEnd() {
+  return eventually([this] {
+    std::lock_guard<std::mutex> held(mutex_);
+    return ended_;
+  });
+}
+
+std::vector<TestHost::Initialised> TestHost::initialised() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return initialised_;
+}
+
+std::vector<TestHost::IntakeFrame> TestHost::intake() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return intake_;
+}
+
+std::vector<std::string> TestHost::states() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return states_;
+}
+
+int TestHost::pidUpdates() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return pidUpdates_;
+}
+
+std::vector<std::string> TestHost::extraData() {
+  std::lock_guard<std::mutex> held(mutex_);
+  return extraData_;
+}
+
+void TestHost::onInit(Kelvane::MEDIA_TYPE media, const std::string& codec,
+                      const std::string& config) {
+  std::lock_guard<std::mutex> held(mutex_);
+  initialised_.push_back({media, codec, config});
+}
+
+void TestHost::onFrame(const Kelvane::MediaFrame& frame) {
+  std::lock_guard<std::mutex> held(mutex_);
+  const auto* bytes = reinterpret_cast<const char*>(frame.data);
+  intake_.push_back({frame.mediaType,
+                     bytes == nullptr ? std::string() : std::string(bytes, frame.size), frame.tv,
+                     frame.objectsData});
+}
+
+void TestHost::onState(StreamState::STATE state, StreamState::ERRNO error) {
+  fprintf(stderr, "state %s %s\n", StreamState::name(state), StreamState::name(error));
+  std::lock_guard<std::mutex> held(mutex_);
+  states_.push_back(std::string(StreamState::name(state)) + " " + StreamState::name(error));
+}
+
+void TestHost::onPid(bool, bool) {
+  std::lock_guard<std::mutex> held(mutex_);
+  ++pidUpdates_;
+}
+
+void TestHost::onExtraData(const std::string& name, const timeval& tv, const std::string& record) {
+  std::lock_guard<std::mutex> held(mutex_);
+  extraData_.push_back(name + " " + std::to_string(tv.tv_sec) + "." + std::to_string(tv.tv_usec) +
+                       " " + record);
+}
+
+std::string ownLoopbackAddress(int index) {
+  // Process ids are unique while the test runs; four addresses each.
+  const auto id = static_cast<unsigned>(getpid()) * 4U + static_cast<unsigned>(index & 3);
+  return "127." + std::to_string(64 + id / 64000 % 64) + "." + std::to_string(id / 250 % 256) +
+         "." + std::to_string(1 + id % 250);
+}
+
+}  // namespace testsupport

@@ -1,0 +1,153 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "AbstractSink.h"
+#include "Cfg.h"
+#include "Deadline.h"
+#include "HostObserver.h"
+#include "NETMediaProducerImpl.h"
+#include "Retriever.h"
+
+namespace testsupport {
+
+struct SinkFrame {
+  std::string data;
+  timeval tv;
+};
+
+// A sink that keeps what it is given. Safe to look at from the test's thread.
+class CapturingSink : public Kelvane::AbstractSink {
+ public:
+  // `readsConfig`: init() carries configuration bytes and their number.
+  CapturingSink(UsageEnvironment& env, bool readsConfig)
+      : AbstractSink(env), readsConfig_(readsConfig) {}
+
+  void init(const char* codec, ...) override;
+  void addData(unsigned char* data, unsigned int size, const timeval& tv) override;
+  void setTrigger(char* text) override;
+
+  // False when fewer frames came within the deadline.
+  bool awaitFrames(std::size_t count);
+  std::vector<SinkFrame> frames();
+  std::size_t count();
+  std::vector<std::string> codecs();    // one entry a call of init()
+  std::vector<std::string> configs();   // likewise
+  std::vector<std::string> triggers();  // one entry a call of setTrigger()
+  // Called on the delivering thread, behind each frame.
+  void onFrame(std::function<void(const SinkFrame&)> call) { onFrame_ = std::move(call); }
+
+  using AbstractSink::fCodec;
+
+ private:
+  const bool readsConfig_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<SinkFrame> frames_;
+  std::vector<std::string> codecs_;
+  std::vector<std::string> configs_;
+  std::vector<std::string> triggers_;
+  std::function<void(const SinkFrame&)> onFrame_;
+};
+
+// The host around a producer under test: configuration, event loop, three
+// capturing sinks, the observer. One for each test process. Stream states are
+// printed to standard error as "state STREAM_LOST NET_FAILURE", so that death
+// tests see them beside the log lines.
+class TestHost : public Kelvane::HostObserver {
+ public:
+  using Keys = std::map<std::string, std::string>;
+
+  // CAMERAMODEL, PROTO, DEVID (unique to the process), OBJID, MODELID and
+  // MEDIA_FORMAT have defaults that `keys` overrides.
+  explicit TestHost(const Keys& keys = {});
+  ~TestHost() override;
+
+  UsageEnvironment& env() { return *env_; }
+  // The sinks; closeSinks() or the destructor drops those that nobody closed.
+  // After a producer has closed one through Medium::close, call forgetX().
+  CapturingSink* audio() { return audio_; }
+  CapturingSink* video() { return video_; }
+  CapturingSink* metadata() { return metadata_; }
+  void forgetSinks() { audio_ = video_ = metadata_ = nullptr; }
+
+  // Runs producer.init() and start() on a thread of its own.
+  void run(Kelvane::NETMediaProducerImpl& producer);
+  // Sets the stop flag; false when start() does not return in time. A reader
+  // that is blocked needs one last packet from the device behind stop().
+  void stop();
+  bool awaitEnd();
+  bool result() const { return result_; }  // of start()
+
+  struct Initialised {
+    Kelvane::MEDIA_TYPE media;
+    std::string codec;
+    std::string config;
+  };
+  struct IntakeFrame {
+    Kelvane::MEDIA_TYPE media;
+    std::string data;
+    timeval tv;
+    std::string objects;
+  };
+  std::vector<Initialised> initialised();
+  std::vector<IntakeFrame> intake();  // frames that reached the frame intake
+  std::vector<std::string> states();  // "STREAM_LOST NET_FAILURE"
+  int pidUpdates();
+  std::vector<std::string> extraData();  // "name seconds.microseconds record"
+
+  void onInit(Kelvane::MEDIA_TYPE media, const std::string& codec,
+              const std::string& config) override;
+  void onFrame(const Kelvane::MediaFrame& frame) override;
+  void onTrigger(const std::string&) override {}
+  void onState(Kelvane::StreamState::STATE state, Kelvane::StreamState::ERRNO error) override;
+  void onPid(bool, bool) override;
+  void onExtraData(const std::string& name, const timeval& tv, const std::string& record) override;
+
+ private:
+  Kelvane::Retriever retriever_;
+  TaskScheduler* scheduler_;
+  UsageEnvironment* env_;
+  CapturingSink* audio_;
+  CapturingSink* video_;
+  CapturingSink* metadata_;
+  std::thread thread_;
+  std::mutex mutex_;
+  bool ended_ = false;
+  bool result_ = false;
+  std::vector<Initialised> initialised_;
+  std::vector<IntakeFrame> intake_;
+  std::vector<std::string> states_;
+  std::vector<std::string> extraData_;
+  int pidUpdates_ = 0;
+};
+
+// An address of 127.0.0.0/8 that only this process uses: for devices with fixed ports.
+std::string ownLoopbackAddress(int index = 0);
+
+// Expects that `statement` leaves the process with `status`, having printed
+// all the texts in `...` (gmock HasSubstr each) to standard error.
+#define EXPECT_LEAVES(statement, status, matcher) \
+  EXPECT_EXIT(statement, ::testing::ExitedWithCode(status), matcher)
+// A fatal report: status 1, log text, state.
+#define EXPECT_FATAL_REPORT(statement, text, state)        \
+  EXPECT_EXIT(statement, ::testing::ExitedWithCode(1),     \
+              ::testing::AllOf(::testing::HasSubstr(text), \
+                               ::testing::HasSubstr(std::string("state ") + (state))))
+// A plain fatal exit: status 1, log text, no state.
+#define EXPECT_FATAL_EXIT(statement, text)                 \
+  EXPECT_EXIT(statement, ::testing::ExitedWithCode(1),     \
+              ::testing::AllOf(::testing::HasSubstr(text), \
+                               ::testing::Not(::testing::HasSubstr("state "))))
+
+}  // namespace testsupport
