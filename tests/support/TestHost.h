@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -71,6 +72,7 @@ class TestHost : public Kelvane::HostObserver {
   // CAMERAMODEL, PROTO, DEVID (unique to the process), OBJID, MODELID and
   // MEDIA_FORMAT have defaults that `keys` overrides.
   explicit TestHost(const Keys& keys = {});
+  TestHost(std::initializer_list<Keys::value_type> keys) : TestHost(Keys(keys)) {}
   ~TestHost() override;
 
   UsageEnvironment& env() { return *env_; }
