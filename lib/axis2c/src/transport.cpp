@@ -134,8 +134,11 @@ bool Transport::post(const axis2_options& options, const std::string& proxy,
   const CURLcode code = curl_easy_perform(curl);
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &reply.status);
+  // A connection through a proxy belongs to one login; left open it would stand in the way of the
+  // next on a device that serves one at a time.
+  if (reply.status == 407) curl_.reset(curl_easy_init());
   if (code == CURLE_OK) return true;
-  why = describe(curl, code, options, detail.data());
+  why = describe(curl_.get(), code, options, detail.data());
   return false;
 }
 

@@ -21,7 +21,7 @@ class Transport {
  public:
   // An answer has a kilobyte or two. More than this is no answer, and XML of more attributes than
   // fit in here would cost the parser seconds.
-  static constexpr std::size_t kLargestReply = 512 * 1024;
+  static constexpr std::size_t kLargestReply = 256 * 1024;
 
   Transport();
   // False when no complete answer came within the options' time limit, with the reason in `why`.

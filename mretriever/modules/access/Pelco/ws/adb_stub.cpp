@@ -2,6 +2,8 @@
 #include <axiom_soap.h>
 #include <axis2_stub.h>
 
+#include <initializer_list>
+
 #include "adb_runtime.h"
 
 namespace {
@@ -85,8 +87,7 @@ axis2_status_t AXIS2_CALL onComplete(axis2_callback_t* callback, const axutil_en
   axiom_node_t* node = base == nullptr ? nullptr : axiom_node_get_first_child(base, env);
   adb_record_t* response = readResponse(data->response, env, node);
   if (response == nullptr) return onError(callback, env, env->error->error_number);
-  const axis2_status_t status =
-      data->complete(data->onComplete, env, response, data->userData);
+  const axis2_status_t status = data->complete(data->onComplete, env, response, data->userData);
   AXIS2_FREE(env->allocator, data);
   return status;
 }
