@@ -1,11 +1,12 @@
 # The commands a user needs. Each installs what is missing first.
 JOBS ?= $(shell nproc)
 
-.PHONY: help setup build run test tsan bench fuzz check format clean
+.PHONY: help setup build run test tsan bench fuzz check format install deb clean
 help:
 	@echo "make run    build, play a simulated camera, show what was received"
 	@echo "make test   build under the address and undefined sanitizers, run all tests"
 	@echo "make build  build only: build/bin/mretriever, build/bin/camsim, build/lib"
+	@echo "make install | deb    under PREFIX (/usr/local) and DESTDIR; a Debian package in build/"
 	@echo "make tsan | bench | fuzz | check | format | clean"
 
 setup:
@@ -39,6 +40,16 @@ check: setup
 
 format: setup
 	@scripts/format
+
+PREFIX ?= /usr/local
+install: build
+	@cmake -DCMAKE_INSTALL_PREFIX=$(PREFIX) build >/dev/null
+	@cmake --build build -j $(JOBS) >/dev/null
+	@DESTDIR=$(DESTDIR) cmake --install build
+
+# The paths inside the service's unit are those of the installation.
+deb: build
+	@scripts/make-deb
 
 clean:
 	@rm -rf build
