@@ -1,0 +1,54 @@
+#include "StatusLine.h"
+
+#include <unistd.h>
+
+namespace host {
+
+using Kelvane::StreamState;
+
+StatusLine::StatusLine(FILE* to)
+    : to_(to), terminal_(isatty(fileno(to)) != 0), interval_(terminal_ ? 1000 : 5000) {
+  begin_ = last_ = now();
+}
+
+StatusLine::Counts StatusLine::now() const {
+  return {frames_.load(), bytes_.load(), Clock::now()};
+}
+
+void StatusLine::tick() {
+  const Counts current = now();
+  // The cursor goes back to the head of the line: a log line overwrites it.
+  print(last_, current, terminal_ ? "\033[K\r" : "\n");
+  last_ = current;
+}
+
+void StatusLine::finish() {
+  print(begin_, now(), terminal_ ? "\033[K\n" : "\n");
+}
+
+void StatusLine::print(const Counts& from, const Counts& to, const char* end) {
+  const double seconds = std::chrono::duration<double>(to.when - from.when).count();
+  const auto rate = [&](uint64_t amount) {
+    return seconds > 0 ? static_cast<double>(amount) / seconds : 0.0;
+  };
+  const auto up = std::chrono::duration_cast<std::chrono::seconds>(to.when - begin_.when).count();
+  const int state = state_.load();
+  fprintf(to_, "%02ld:%02ld:%02ld  %5.1f frames/s  %7.0f kbit/s  %llu frames  state %s%s%s%s",
+          up / 3600, up / 60 % 60, up % 60, rate(to.frames - from.frames),
+          rate(to.bytes - from.bytes) * 8 / 1000, static_cast<unsigned long long>(to.frames),
+          state < 0 ? "-" : StreamState::name(static_cast<StreamState::STATE>(state / 256)),
+          state < 0 ? "" : " ",
+          state < 0 ? "" : StreamState::name(static_cast<StreamState::ERRNO>(state % 256)), end);
+  fflush(to_);
+}
+
+void StatusLine::onFrame(const Kelvane::MediaFrame& frame) {
+  if (frame.mediaType == Kelvane::VIDEO) frames_.fetch_add(1, std::memory_order_relaxed);
+  bytes_.fetch_add(frame.size, std::memory_order_relaxed);
+}
+
+void StatusLine::onState(StreamState::STATE state, StreamState::ERRNO error) {
+  state_.store(256 * state + error);
+}
+
+}  // namespace host

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+
+#include "HostObserver.h"
+
+namespace host {
+
+// How the stream is doing: one line that is rewritten on a terminal, a plain
+// line every few seconds elsewhere. Events come from any thread; tick() and
+// finish() print and are called from one thread at a time.
+class StatusLine : public Kelvane::HostObserver {
+ public:
+  explicit StatusLine(FILE* to);
+
+  std::chrono::milliseconds interval() const { return interval_; }
+  void tick();    // at each interval
+  void finish();  // a last line about the whole run
+
+  void onInit(Kelvane::MEDIA_TYPE, const std::string&, const std::string&) override {}
+  void onFrame(const Kelvane::MediaFrame& frame) override;
+  void onTrigger(const std::string&) override {}
+  void onState(Kelvane::StreamState::STATE state, Kelvane::StreamState::ERRNO error) override;
+  void onPid(bool, bool) override {}
+  void onExtraData(const std::string&, const timeval&, const std::string&) override {}
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Counts {
+    uint64_t frames = 0;  // video
+    uint64_t bytes = 0;   // of all media
+    Clock::time_point when;
+  };
+  Counts now() const;
+  void print(const Counts& from, const Counts& to, const char* end);
+
+  FILE* to_;
+  bool terminal_;
+  std::chrono::milliseconds interval_;
+  std::atomic<uint64_t> frames_{0};
+  std::atomic<uint64_t> bytes_{0};
+  std::atomic<int> state_{-1};  // 256 * state + code, once there is one
+  Counts begin_;
+  Counts last_;
+};
+
+}  // namespace host
