@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "StartCode.h"
+
 namespace Kelvane {
 
 namespace StorageAPI {
@@ -64,10 +66,8 @@ class MJPGChunkStorageImpl : public ChunkStorageImpl {
 // open a picture, once the unit holds a picture.
 class StartCodeChunkStorageImpl : public ChunkStorageImpl {
  protected:
-  enum class Kind { other, header, picture, continuation };
-  // `code` points behind 00 00 01 and has at least kLookAhead bytes.
-  static constexpr std::size_t kLookAhead = 2;
-  virtual Kind classify(const uint8_t* code) const = 0;
+  // `code` points behind 00 00 01 and has at least kUnitLookAhead bytes.
+  virtual UnitKind classify(const uint8_t* code) const = 0;
   std::size_t findEnd(const uint8_t* data, std::size_t size, std::size_t& from) override;
   void beginUnit() override { sawPicture_ = false; }
 
@@ -77,17 +77,17 @@ class StartCodeChunkStorageImpl : public ChunkStorageImpl {
 
 class M4VChunkStorageImpl : public StartCodeChunkStorageImpl {
  protected:
-  Kind classify(const uint8_t* code) const override;
+  UnitKind classify(const uint8_t* code) const override { return mpeg4Unit(code); }
 };
 
 class H264ChunkStorageImpl : public StartCodeChunkStorageImpl {
  protected:
-  Kind classify(const uint8_t* code) const override;
+  UnitKind classify(const uint8_t* code) const override { return h264Unit(code); }
 };
 
 class MPEG2ChunkStorageImpl : public StartCodeChunkStorageImpl {
  protected:
-  Kind classify(const uint8_t* code) const override;
+  UnitKind classify(const uint8_t* code) const override { return mpeg2Unit(code); }
 };
 
 }  // namespace Kelvane

@@ -89,60 +89,21 @@ std::size_t MJPGChunkStorageImpl::findEnd(const uint8_t* data, std::size_t size,
 std::size_t StartCodeChunkStorageImpl::findEnd(const uint8_t* data, std::size_t size,
                                                std::size_t& from) {
   constexpr std::size_t kCode = 3;  // 00 00 01
-  while (from + kCode + kLookAhead <= size) {
-    // The 01 of a start code is rarer than the zeros ahead of it.
-    const void* hit = memchr(data + from + 2, 1, size - kLookAhead - from - 2);
-    if (hit == nullptr) {
-      from = size - kLookAhead - 2;
-      return 0;
-    }
-    const auto one = static_cast<std::size_t>(static_cast<const uint8_t*>(hit) - data);
-    const std::size_t at = one - 2;
+  if (size < kUnitLookAhead) return 0;
+  // Only start codes with what stands behind them.
+  const std::size_t whole = size - kUnitLookAhead;
+  for (std::size_t at = 0; (at = findStartCode(data, whole, from)) < whole;) {
     from = at + 1;
-    if (data[at] != 0 || data[at + 1] != 0) continue;
-    const Kind kind = classify(data + at + kCode);
-    const bool opensUnit = kind == Kind::header || kind == Kind::picture;
+    const UnitKind kind = classify(data + at + kCode);
+    const bool opensUnit = kind == UnitKind::header || kind == UnitKind::picture;
     if (sawPicture_ && opensUnit) {
       // A four-byte start code belongs to the unit that it opens.
       return at > 0 && data[at - 1] == 0 ? at - 1 : at;
     }
-    if (kind == Kind::picture) sawPicture_ = true;
+    if (kind == UnitKind::picture) sawPicture_ = true;
   }
+  if (whole > kCode) from = std::max(from, whole - kCode + 1);
   return 0;
-}
-
-StartCodeChunkStorageImpl::Kind M4VChunkStorageImpl::classify(const uint8_t* code) const {
-  if (code[0] == 0xB6) return Kind::picture;  // VOP
-  // Visual object sequence, visual object, group of VOPs, video object (layer).
-  if (code[0] == 0xB0 || code[0] == 0xB3 || code[0] == 0xB5 || code[0] <= 0x2F) {
-    return Kind::header;
-  }
-  return Kind::other;
-}
-
-StartCodeChunkStorageImpl::Kind H264ChunkStorageImpl::classify(const uint8_t* code) const {
-  switch (code[0] & 0x1F) {
-    case 1:
-    case 2:
-    case 5:
-      // first_mb_in_slice 0 is the single bit 1: a new picture.
-      return (code[1] & 0x80) != 0 ? Kind::picture : Kind::continuation;
-    case 6:
-    case 7:
-    case 8:
-    case 9:
-    case 14:
-    case 15:
-      return Kind::header;
-    default:
-      return Kind::other;
-  }
-}
-
-StartCodeChunkStorageImpl::Kind MPEG2ChunkStorageImpl::classify(const uint8_t* code) const {
-  if (code[0] == 0x00) return Kind::picture;
-  if (code[0] == 0xB3 || code[0] == 0xB8) return Kind::header;  // sequence, group of pictures
-  return Kind::other;
 }
 
 }  // namespace Kelvane
