@@ -6,6 +6,7 @@
 #include "FAKEMediaProducerImpl.h"
 #include "FailureReport.h"
 #include "PendingProducers.h"
+#include "RTSPMediaProducerImpl.h"
 #include "TESTMediaProducerImpl.h"
 
 namespace Kelvane {

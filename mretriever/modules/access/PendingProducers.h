@@ -30,15 +30,6 @@ PENDING_PRODUCER(HTTPMediaProducerImpl);
 PENDING_PRODUCER(PushInMediaProducerImpl);
 PENDING_PRODUCER(RTPMediaProducerImpl);
 
-enum APP_MODE_NAME { APP_NV = 0, APP_VLC = 1 };
-class RTSPMediaProducerImpl : public PendingProducer {
- public:
-  RTSPMediaProducerImpl(AbstractSink* audio, AbstractSink* video, AbstractSink* metadata,
-                        APP_MODE_NAME mode)
-      : PendingProducer(audio, video, metadata), applicationMode(mode) {}
-  const APP_MODE_NAME applicationMode;
-};
-
 class CornetMediaProducerImpl : public PendingProducer {
  public:
   CornetMediaProducerImpl(AbstractSink* audio, AbstractSink* video, AbstractSink* metadata,

@@ -1,0 +1,93 @@
+#include "BlockingRTSPClient.h"
+
+#include "Retriever.h"
+
+namespace Kelvane {
+
+namespace {
+constexpr int kStopWatchMicros = 50000;
+constexpr int kStatusOk = 200;
+}  // namespace
+
+BlockingRTSPClient::BlockingRTSPClient(UsageEnvironment& env, const char* url, int verbosityLevel,
+                                       const char* userAgent)
+    : RTSPClient(env, url, verbosityLevel, nullptr, 0, -1) {
+  // The constructor would put the library's name and version behind it.
+  setUserAgentString(userAgent);
+}
+
+BlockingRTSPClient* BlockingRTSPClient::createNew(UsageEnvironment& env, const char* url,
+                                                  int verbosityLevel, const char* userAgent) {
+  return new BlockingRTSPClient(env, url, verbosityLevel, userAgent);
+}
+
+void BlockingRTSPClient::onResponse(RTSPClient* client, int code, char* text) {
+  auto* self = static_cast<BlockingRTSPClient*>(client);
+  self->result_.end = code == 0 ? RTSPResult::answered : RTSPResult::failed;
+  // Below 0 the code means nothing, whatever the library says of errno.
+  self->result_.status = code == 0 ? kStatusOk : (code > 0 ? code : 0);
+  if (text != nullptr) self->result_.text = text;
+  delete[] text;
+  self->done_ = 1;
+}
+
+void BlockingRTSPClient::watchStopFlag(void* client) {
+  auto* self = static_cast<BlockingRTSPClient*>(client);
+  if (Retriever::instance(nullptr, nullptr, nullptr, nullptr)->isStopped()) {
+    self->stopWatch_ = nullptr;
+    self->result_.end = RTSPResult::stopped;
+    self->done_ = 1;
+    return;
+  }
+  self->stopWatch_ =
+      self->envir().taskScheduler().scheduleDelayedTask(kStopWatchMicros, watchStopFlag, self);
+}
+
+template <class Send>
+RTSPResult BlockingRTSPClient::await(Send send) {
+  result_ = {};
+  done_ = 0;  // ahead of the request: the answer may come from within
+  const unsigned cseq = send();
+  if (done_ == 0) {
+    stopWatch_ = nullptr;
+    watchStopFlag(this);
+    envir().taskScheduler().doEventLoop(&done_);
+    envir().taskScheduler().unscheduleDelayedTask(stopWatch_);
+  }
+  if (result_.end == RTSPResult::stopped) changeResponseHandler(cseq, nullptr);
+  return result_;
+}
+
+RTSPResult BlockingRTSPClient::options() {
+  return await([this] { return sendOptionsCommand(onResponse); });
+}
+
+RTSPResult BlockingRTSPClient::describe(Authenticator* authenticator) {
+  return await([&] { return sendDescribeCommand(onResponse, authenticator); });
+}
+
+RTSPResult BlockingRTSPClient::setup(MediaSubsession& subsession, bool streamOutgoing,
+                                     bool streamUsingTCP, bool forceMulticast) {
+  return await([&] {
+    return sendSetupCommand(subsession, onResponse, streamOutgoing, streamUsingTCP, forceMulticast);
+  });
+}
+
+RTSPResult BlockingRTSPClient::play(MediaSession& session, double start, double end, float scale) {
+  return await([&] { return sendPlayCommand(session, onResponse, start, end, scale); });
+}
+
+RTSPResult BlockingRTSPClient::pause(MediaSession& session) {
+  return await([&] { return sendPauseCommand(session, onResponse); });
+}
+
+RTSPResult BlockingRTSPClient::getParameter(MediaSession& session, const char* name) {
+  if (done_ == 0) return {};
+  return await([&] { return sendGetParameterCommand(session, onResponse, name); });
+}
+
+void BlockingRTSPClient::teardown(MediaSession& session) {
+  if (connected()) sendTeardownCommand(session, nullptr);
+}
+
+}  // namespace Kelvane
