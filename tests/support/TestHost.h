@@ -76,8 +76,7 @@ class TestHost : public Kelvane::HostObserver {
   ~TestHost() override;
 
   UsageEnvironment& env() { return *env_; }
-  // The sinks; closeSinks() or the destructor drops those that nobody closed.
-  // After a producer has closed one through Medium::close, call forgetX().
+  // The sinks, until the destructor or a producer that closes them.
   CapturingSink* audio() { return audio_; }
   CapturingSink* video() { return video_; }
   CapturingSink* metadata() { return metadata_; }
@@ -120,9 +119,11 @@ class TestHost : public Kelvane::HostObserver {
   Kelvane::Retriever retriever_;
   TaskScheduler* scheduler_;
   UsageEnvironment* env_;
+  Medium* lastMedium_;
   CapturingSink* audio_;
   CapturingSink* video_;
   CapturingSink* metadata_;
+  std::vector<std::string> sinkNames_;
   std::thread thread_;
   std::mutex mutex_;
   bool ended_ = false;

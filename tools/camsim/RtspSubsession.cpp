@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <memory>
 
 #include "RtspServer.h"
 
@@ -155,6 +156,39 @@ class CameraSubsession : public OnDemandServerMediaSubsession {
     return makeSink(envir(), socket, dynamicType, track_);
   }
 
+  // A sender report ahead of the first frame would pair our clock with its
+  // time stamp, whatever clock the frames carry: the first one comes soon
+  // behind that frame instead.
+  RTCPInstance* createRTCP(Groupsock* socket, unsigned bandwidth, const unsigned char* cname,
+                           RTPSink* sink) override {
+    sink->enableRTCPReports() = False;
+    return OnDemandServerMediaSubsession::createRTCP(socket, bandwidth, cname, sink);
+  }
+  void startStream(unsigned client, void* stream, TaskFunc* liveness, void* livenessData,
+                   unsigned short& sequence, unsigned& timestamp,
+                   ServerRequestAlternativeByteHandler* handler, void* handlerData) override {
+    OnDemandServerMediaSubsession::startStream(client, stream, liveness, livenessData, sequence,
+                                               timestamp, handler, handlerData);
+    RTPSink* sink = nullptr;
+    RTCPInstance* rtcp = nullptr;
+    getRTPSinkandRTCP(stream, sink, rtcp);
+    sink->enableRTCPReports() = True;
+    envir().taskScheduler().scheduleDelayedTask(kFirstReportMicros, sendReport,
+                                                new Report{envir(), rtcp->name()});
+  }
+
+  // By name, since the client may be gone by then.
+  struct Report {
+    UsageEnvironment& env;
+    std::string rtcp;
+  };
+  static void sendReport(void* data) {
+    const std::unique_ptr<Report> report(static_cast<Report*>(data));
+    RTCPInstance* rtcp = nullptr;
+    if (RTCPInstance::lookupByName(report->env, report->rtcp.c_str(), rtcp)) rtcp->sendReport();
+  }
+
+  static constexpr int kFirstReportMicros = 200000;
   const RtspTrack& track_;
   const RtspFaults& faults_;
 };

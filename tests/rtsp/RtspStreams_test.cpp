@@ -1,0 +1,179 @@
+#include "RtspSupport.h"
+
+using namespace testsupport;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+std::string fmtp(const std::string& codec, const std::string& parameters) {
+  return "m=video 0 RTP/AVP 96\r\na=rtpmap:96 " + codec + "/90000\r\na=fmtp:96 " + parameters +
+         "\r\na=control:track1\r\n";
+}
+
+struct FirstFrame {
+  const char* name;
+  std::string lines;
+  const char* model;
+  std::string expected;  // empty: none ahead of the stream
+};
+
+// Base64 of 67 01, 68 02, 69 03 and of 00 00 00 01 67 04.
+const FirstFrame kFirstFrames[] = {
+    {"TwoParameterSets", fmtp("H264", "sprop-parameter-sets=ZwE=,aAI="), "any",
+     hex("00 00 00 01 67 01 00 00 00 01 68 02")},
+    {"ManyParameterSets", fmtp("H264", "sprop-parameter-sets=ZwE=,aAI=,aQM=,aQM=,aQM="), "any",
+     hex("00 00 00 01 67 01 00 00 00 01 68 02 00 00 00 01 69 03 00 00 00 01 69 03 00 00 00 01 69 "
+         "03")},
+    {"StartCodeIsThereAlready", fmtp("H264", "sprop-parameter-sets=AAAAAWcE,aAI="), "any",
+     hex("00 00 00 01 67 04 00 00 00 01 68 02")},
+    {"NoParameterSets", kH264Lines, "any", ""},
+    {"Mpeg4Config", fmtp("MP4V-ES", "config=000001B0F5"), "any", hex("00 00 01 B0 F5")},
+    {"Mpeg4WithoutConfig", fmtp("MP4V-ES", "profile-level-id=1"), "any", ""},
+    {"Mpeg4BadConfig", fmtp("MP4V-ES", "config=XYZ"), "any", ""},
+    {"Mpeg4OfActi", fmtp("MP4V-ES", "config=000001B0F5"), "ACTi", ""},
+};
+
+// Three RTP packets of one unit each over TCP.
+ScriptedCamera::AfterPlay sends(const std::string& unit) {
+  return [unit](PeerConnection& connection) {
+    for (int i = 1; i <= 3; ++i) {
+      connection.write(interleaved(0, rtp(i, unit + std::to_string(i))));
+    }
+  };
+}
+const std::string kSlice = hex("65 88 84");
+const std::string kVop = hex("00 00 01 B6");
+
+void PrintTo(const FirstFrame& each, std::ostream* out) {
+  *out << each.name;
+}
+
+}  // namespace
+
+class RtspFirstFrame : public testing::TestWithParam<FirstFrame> {};
+
+TEST_P(RtspFirstFrame, IsTheCodecConfigurationOfTheDescription) {
+  const FirstFrame& c = GetParam();
+  ScriptedCamera camera;
+  camera.describes(c.lines);
+  const bool h264 = c.lines.find("H264") != std::string::npos;
+  camera.afterPlay(sends(h264 ? kSlice : kVop));
+  auto keys = camera.keys();
+  keys["CAMERAMODEL"] = c.model;
+  Receiver receiver(keys);
+  const std::size_t ahead = c.expected.empty() ? 0 : 1;
+  ASSERT_TRUE(receiver.host.video()->awaitFrames(ahead + 3));
+  const auto frames = receiver.host.video()->frames();
+  if (ahead == 1) {
+    EXPECT_EQ(frames[0].data, c.expected);
+  }
+  EXPECT_EQ(frames[ahead].data, (h264 ? kSlice : kVop) + "1") << "units come without start codes";
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, RtspFirstFrame, testing::ValuesIn(kFirstFrames),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+// What stands between the frames of the connection is no reason to lose step.
+TEST(RtspStreams, GarbageBetweenInterleavedFramesIsPassedOver) {
+  ScriptedCamera camera;
+  camera.afterPlay([](PeerConnection& connection) {
+    connection.write(interleaved(0, rtp(1, hex("65 01"))));
+    connection.write("garbage\r\n" + bytes({0, 255, 254}) + bytes({'$', 77}));
+    connection.write(interleaved(0, ""));
+    connection.write(interleaved(0, "short"));
+    connection.write(interleaved(9, rtp(2, "of no stream")));
+    connection.write(interleaved(0, rtp(2, hex("65 02"))));
+    connection.write(interleaved(0, rtp(3, hex("65 03"))));
+  });
+  Receiver receiver(camera.keys());
+  ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
+  EXPECT_EQ(receiver.host.video()->frames().back().data, hex("65 03"));
+}
+
+// The one sink of a medium is closed once, however many streams claim it.
+TEST(RtspStreams, TwoVideoStreamsInOneDescription) {
+  ScriptedCamera camera;
+  camera.describes(std::string(kH264Lines) +
+                   "m=video 0 RTP/AVP 97\r\na=rtpmap:97 H264/90000\r\na=control:track2\r\n");
+  camera.afterPlay(sends(kSlice));
+  Receiver receiver(camera.keys());
+  ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
+  EXPECT_THAT(camera.methods(), ElementsAre("DESCRIBE", "SETUP", "SETUP", "PLAY"));
+  EXPECT_TRUE(receiver.stop());
+}
+
+namespace {
+
+const char kThreeMedia[] =
+    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n"
+    "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 MPEG4-GENERIC/48000/1\r\n"
+    "a=fmtp:97 mode=AAC-hbr;config=1188;sizelength=13;indexlength=3;indexdeltalength=3\r\n"
+    "a=control:track2\r\n"
+    "m=metadata 0 RTP/AVP 98\r\na=rtpmap:98 METADATA/90000\r\na=control:track3\r\n";
+
+}  // namespace
+
+TEST(RtspStreams, AudioAndMetadataNeedTheirKeys) {
+  ScriptedCamera camera;
+  camera.describes(kThreeMedia);
+  camera.afterPlay(sends(kSlice));
+  Receiver receiver(camera.keys());
+  ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
+  EXPECT_THAT(receiver.host.video()->codecs(), ElementsAre("H264"));
+  EXPECT_THAT(receiver.host.audio()->codecs(), IsEmpty());
+  EXPECT_THAT(receiver.host.metadata()->codecs(), IsEmpty());
+}
+
+TEST(RtspStreams, AudioAndMetadataReachTheirSinks) {
+  ScriptedCamera camera;
+  camera.describes(kThreeMedia);
+  camera.afterPlay([](PeerConnection& connection) {
+    sends(kSlice)(connection);
+    // One AU header of 16 bits: size 3, index 0.
+    connection.write(interleaved(2, rtp(1, hex("00 10 00 18") + "aac", 2, 97)));
+    connection.write(interleaved(4, rtp(1, "<object/>", 3, 98)));
+  });
+  auto keys = camera.keys();
+  keys["AUDIO"] = "on";
+  keys["VAE_ACTIVE"] = "yes";
+  keys["VAE_EDVA_ACTIVE"] = "yes";
+  Receiver receiver(keys);
+  ASSERT_TRUE(receiver.host.audio()->awaitFrames(1));
+  EXPECT_THAT(receiver.host.audio()->codecs(), ElementsAre("MPEG4-GENERIC"));
+  EXPECT_THAT(receiver.host.audio()->configs(), ElementsAre(hex("11 88")));
+  EXPECT_EQ(receiver.host.audio()->frames()[0].data, "aac");
+  // The host's metadata sink is of another class, so the producer made one.
+  ASSERT_TRUE(eventually([&] { return !receiver.host.intake().empty(); }));
+  EXPECT_EQ(receiver.host.intake()[0].data, "<object/>");
+  EXPECT_EQ(receiver.host.initialised()[0].codec, "METADATA");
+}
+
+// A BYE ends its own stream; the last one ends the process. One of a source
+// that has sent nothing does not count.
+TEST(RtspStreams, ByeOnEveryStreamEndsTheProcessWithZero) {
+  ScriptedCamera camera;
+  camera.describes(kThreeMedia);
+  camera.afterPlay([](PeerConnection& connection) {
+    connection.write(interleaved(0, rtp(1, hex("65 01"), 1)));
+    connection.write(interleaved(2, rtp(1, hex("00 10 00 18") + "aac", 2, 97)));
+    connection.write(interleaved(1, rtcpBye(9)));
+    connection.write(interleaved(3, rtcpBye(2)));
+    connection.write(interleaved(0, rtp(2, hex("65 02"), 1)));
+    connection.write(interleaved(1, rtcpBye(1)));
+  });
+  auto keys = camera.keys();
+  keys["AUDIO"] = "on";
+  TestHost host(keys);
+  host.video()->onFrame([](const SinkFrame& frame) {
+    fprintf(stderr, "video frame of %zu bytes\n", frame.data.size());
+  });
+  EXPECT_LEAVES(
+      receive(host), 0,
+      AllOf(testing::ContainsRegex("BYE\" on \"audio/MPEG4-GENERIC\" subsession \\(after [0-9]+ "
+                                   "seconds\\)(.|\n)*video frame of 2 bytes(.|\n)*BYE\" on "
+                                   "\"video/H264\" subsession"),
+            testing::Not(HasSubstr("state "))));
+}
