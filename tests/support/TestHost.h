@@ -80,6 +80,7 @@ class TestHost : public Kelvane::HostObserver {
   CapturingSink* audio() { return audio_; }
   CapturingSink* video() { return video_; }
   CapturingSink* metadata() { return metadata_; }
+  void forgetVideo() { video_ = nullptr; }
   void forgetSinks() { audio_ = video_ = metadata_ = nullptr; }
 
   // Runs producer.init() and start() on a thread of its own.

@@ -5,7 +5,9 @@
 #include "Cfg.h"
 #include "FAKEMediaProducerImpl.h"
 #include "FailureReport.h"
+#include "OnDemand.h"
 #include "PendingProducers.h"
+#include "RTPMediaProducerImpl.h"
 #include "RTSPMediaProducerImpl.h"
 #include "TESTMediaProducerImpl.h"
 
@@ -61,7 +63,9 @@ NETMediaProducerImpl* overRtsp(const Sinks& sinks) {
 NETMediaProducerImpl* transportStream(const Sinks& sinks) {
   const std::string model = Cfg::value("CAMERAMODEL");
   if (model != "Cornet" && model != "ListenerMPEG2-TS") return nullptr;
-  return new CornetMediaProducerImpl(sinks.audio, sinks.video, sinks.metadata, model != "Cornet");
+  using Create = NETMediaProducerImpl*(AbstractSink*, AbstractSink*, AbstractSink*, bool);
+  auto* create = onDemand<Create>("libmretriever_ts.so", "mretriever_createCornetMediaProducer");
+  return create(sinks.audio, sinks.video, sinks.metadata, model == "ListenerMPEG2-TS");
 }
 
 }  // namespace

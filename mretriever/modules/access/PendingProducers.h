@@ -28,14 +28,5 @@ PENDING_PRODUCER(SamsungMediaProducerImpl);
 PENDING_PRODUCER(BoschMediaProducerImpl);
 PENDING_PRODUCER(HTTPMediaProducerImpl);
 PENDING_PRODUCER(PushInMediaProducerImpl);
-PENDING_PRODUCER(RTPMediaProducerImpl);
-
-class CornetMediaProducerImpl : public PendingProducer {
- public:
-  CornetMediaProducerImpl(AbstractSink* audio, AbstractSink* video, AbstractSink* metadata,
-                          bool waits)
-      : PendingProducer(audio, video, metadata), supportWaitState(waits) {}
-  const bool supportWaitState;
-};
 
 }  // namespace Kelvane
