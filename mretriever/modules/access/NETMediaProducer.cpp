@@ -40,7 +40,11 @@ NETMediaProducerImpl* overHttp(const Sinks& sinks) {
   const bool snapshots =
       model == "Pelco" && Cfg::exist("SNAPSHOT_MODE") && Cfg::value("SNAPSHOT_MODE") == "on";
   if (model == "Bosch" || snapshots) return make<BoschMediaProducerImpl>(sinks);
-  if (model == "iStream") return make<PushInMediaProducerImpl>(sinks);
+  if (model == "iStream") {
+    using Create = NETMediaProducerImpl*(AbstractSink * audio, AbstractSink * video);
+    return onDemand<Create>("libmretriever_pushin.so", "mretriever_createPushInMediaProducer")(
+        sinks.audio, sinks.video);
+  }
   return make<HTTPMediaProducerImpl>(sinks);
 }
 

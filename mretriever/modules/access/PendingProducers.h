@@ -27,6 +27,5 @@ PENDING_PRODUCER(DanteMediaProducerImpl);
 PENDING_PRODUCER(SamsungMediaProducerImpl);
 PENDING_PRODUCER(BoschMediaProducerImpl);
 PENDING_PRODUCER(HTTPMediaProducerImpl);
-PENDING_PRODUCER(PushInMediaProducerImpl);
 
 }  // namespace Kelvane

@@ -1,0 +1,61 @@
+#include "PushInFixture.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <stdexcept>
+
+namespace testsupport {
+
+PushInPeer::PushInPeer(const std::string& path) : fd_(socket(AF_UNIX, SOCK_DGRAM, 0)) {
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  path.copy(name.sun_path, sizeof name.sun_path - 1);
+  const timeval patience{kPatience.count(), 0};
+  setsockopt(fd_.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  const bool there = eventually([&] {
+    return connect(fd_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+  });
+  if (!there) throw std::runtime_error("nobody serves " + path);
+}
+
+void PushInPeer::send(const std::string& datagram) {
+  if (::send(fd_.get(), datagram.data(), datagram.size(), 0) < 0) {
+    throw std::runtime_error("the datagram was not taken");
+  }
+}
+
+void PushInPeer::sendIn(const std::string& bytes, std::size_t size) {
+  for (std::size_t at = 0; at < bytes.size(); at += size) send(bytes.substr(at, size));
+}
+
+std::string recorderSocket(const std::string& id) {
+  return "/tmp/." + id + ".media.recorder.sock";
+}
+
+std::string pushMessage(const std::string& body, const std::vector<std::string>& lines) {
+  std::string message;
+  for (const std::string& line : lines) message += line + "\r\n";
+  return message + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+PushInServing::PushInServing(const TestHost::Keys& keys, Kelvane::PushInMediaAnnoncer* annoncer)
+    : host(keys),
+      producer(host.audio(), host.video(), annoncer),
+      path(recorderSocket(Kelvane::Cfg::value("DEVID"))) {
+  testing::internal::CaptureStderr();
+  host.run(producer);
+}
+
+PushInServing::~PushInServing() {
+  if (capturing_) stopAndReadLog();
+}
+
+std::string PushInServing::stopAndReadLog() {
+  host.stop();
+  EXPECT_TRUE(host.awaitEnd());
+  capturing_ = false;
+  return testing::internal::GetCapturedStderr();
+}
+
+}  // namespace testsupport

@@ -1,0 +1,127 @@
+#include "PushInSnapshot.h"
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "PushInFixture.h"
+#include "support/Subprocess.h"
+
+using namespace testsupport;
+
+namespace {
+
+void write(const std::string& name, const std::string& text) {
+  std::ofstream(name, std::ios::binary) << text;
+}
+
+std::string read(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+time_t modified(const std::string& name) {
+  struct stat found {};
+  return stat(name.c_str(), &found) == 0 ? found.st_mtime : 0;
+}
+
+std::string logOf(const std::string& snapshot, const std::string& placeholder) {
+  testing::internal::CaptureStderr();
+  Kelvane::refreshSnapshot(snapshot, placeholder.c_str());
+  return testing::internal::GetCapturedStderr();
+}
+
+}  // namespace
+
+TEST(PushInSnapshot, APictureThatIsThereIsOnlyTouched) {
+  const TemporaryFolder folder;
+  const std::string snapshot = folder.path() + "/camera.jpg";
+  write(snapshot, "somebody's picture");
+  const utimbuf old{1000, 1000};
+  utime(snapshot.c_str(), &old);
+  EXPECT_EQ(logOf(snapshot, folder.path() + "/missing"), "");
+  EXPECT_EQ(read(snapshot), "somebody's picture");
+  EXPECT_GT(modified(snapshot), time(nullptr) - 60);
+}
+
+TEST(PushInSnapshot, APlaceholderIsCopiedUpTo65536Bytes) {
+  const TemporaryFolder folder;
+  const std::string snapshot = folder.path() + "/camera.jpg";
+  const std::string placeholder = folder.path() + "/noimage.jpg";
+  for (const std::size_t size : {1U, 65536U, 65537U, 200000U}) {
+    std::string picture(size, 'p');
+    for (std::size_t i = 0; i < size; i += 100) picture[i] = static_cast<char>(i / 100);
+    write(placeholder, picture);
+    std::filesystem::remove(snapshot);
+    EXPECT_EQ(logOf(snapshot, placeholder), "");
+    EXPECT_EQ(read(snapshot), picture.substr(0, 65536));
+  }
+}
+
+TEST(PushInSnapshot, FailuresAreNamedAndLeaveNoEmptyPicture) {
+  const TemporaryFolder folder;
+  const std::string snapshot = folder.path() + "/camera.jpg";
+  const std::string placeholder = folder.path() + "/noimage.jpg";
+  EXPECT_THAT(logOf(snapshot, placeholder),
+              testing::HasSubstr("CRT-0004 Failed to file " + placeholder + ": No such file"));
+  EXPECT_FALSE(std::filesystem::exists(snapshot));
+
+  write(placeholder, "picture");
+  const std::string elsewhere = folder.path() + "/no/camera.jpg";
+  EXPECT_THAT(logOf(elsewhere, placeholder),
+              testing::HasSubstr("CRT-0005 Failed to file " + elsewhere + ": No such file"));
+
+  EXPECT_THAT(logOf(snapshot, folder.path()),
+              testing::HasSubstr("CRT-0006 Failed to read from file " + folder.path() +
+                                 ": Is a directory"));
+}
+
+TEST(PushInSnapshot, AFullDiskIsNamed) {
+  const TemporaryFolder folder;
+  const std::string snapshot = folder.path() + "/camera.jpg";
+  const std::string placeholder = folder.path() + "/noimage.jpg";
+  write(placeholder, "picture");
+  const auto copyWithoutRoom = [&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_FSIZE, &none);
+    // The file that captures standard error may not grow either.
+    int ends[2];
+    if (pipe(ends) != 0) _exit(9);
+    dup2(ends[1], STDERR_FILENO);
+    Kelvane::refreshSnapshot(snapshot, placeholder.c_str());
+    char line[1000] = {};
+    if (::read(ends[0], line, sizeof line - 1) <= 0) _exit(8);
+    const std::string expected =
+        "CRT-0007 Failed to write to file " + snapshot + ": File too large";
+    _exit(std::string(line).find(expected) != std::string::npos ? 0 : 7);
+  };
+  EXPECT_EXIT(copyWithoutRoom(), testing::ExitedWithCode(0), "");
+}
+
+// The paths are fixed, but the name of the picture is the test's own.
+TEST(PushInSnapshot, AnIStreamDeviceIsKeptFreshAndAlive) {
+  PushInServing serving(TestHost::Keys{{"CAMERAMODEL", "iStream"}});
+  const std::string snapshot = "/tmp/" + Kelvane::Cfg::value("DEVID") + ".jpg";
+  write(snapshot, "somebody's picture");
+  const utimbuf old{1000, 1000};
+  utime(snapshot.c_str(), &old);
+  EXPECT_TRUE(eventually([&] { return serving.host.pidUpdates() >= 2; }));
+  EXPECT_GT(modified(snapshot), time(nullptr) - 60);
+  serving.stopAndReadLog();
+  EXPECT_EQ(read(snapshot), "somebody's picture");
+  std::filesystem::remove(snapshot);
+}
+
+TEST(PushInSnapshot, OtherModelsHaveNone) {
+  PushInServing serving;
+  PushInPeer peer(serving.path);
+  peer.send(pushMessage("frame"));
+  ASSERT_TRUE(serving.host.video()->awaitFrames(1));
+  EXPECT_FALSE(eventually([&] { return serving.host.pidUpdates() > 0; }, std::chrono::seconds(3)));
+}
