@@ -1,19 +1,18 @@
 #include "Plugins.h"
 
-#include <dlfcn.h>
-
 #include <stdexcept>
+
+#include "OnDemand.h"
 
 namespace host {
 
 namespace {
 
-// Found through the program's RUNPATH; never closed.
 template <class Function>
 Function* symbolOf(const char* library, const char* symbol) {
-  void* object = dlopen(library, RTLD_NOW | RTLD_LOCAL);
-  void* found = object == nullptr ? nullptr : dlsym(object, symbol);
-  if (found == nullptr) throw std::runtime_error(std::string("Could not load ") + dlerror());
+  std::string failure;
+  void* found = Kelvane::symbolBesideModule(library, symbol, failure);
+  if (found == nullptr) throw std::runtime_error("Could not load " + failure);
   return reinterpret_cast<Function*>(found);
 }
 

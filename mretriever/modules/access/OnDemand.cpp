@@ -2,8 +2,6 @@
 
 #include <dlfcn.h>
 
-#include <string>
-
 #include "FailureReport.h"
 
 namespace Kelvane {
@@ -22,11 +20,20 @@ std::string besideThisObject(const char* library) {
 
 }  // namespace
 
-void* onDemandSymbol(const char* library, const char* symbol) {
+void* symbolBesideModule(const char* library, const char* symbol, std::string& failure) {
   // Never closed: objects of its classes live until the process ends.
   void* object = dlopen(besideThisObject(library).c_str(), RTLD_NOW | RTLD_LOCAL);
   void* found = object == nullptr ? nullptr : dlsym(object, symbol);
-  if (found == nullptr) FATAL_EXIT("Could not load %s from %s: %s", symbol, library, dlerror());
+  if (found == nullptr) failure = dlerror();
+  return found;
+}
+
+void* onDemandSymbol(const char* library, const char* symbol) {
+  std::string failure;
+  void* found = symbolBesideModule(library, symbol, failure);
+  if (found == nullptr) {
+    FATAL_EXIT("Could not load %s from %s: %s", symbol, library, failure.c_str());
+  }
   return found;
 }
 

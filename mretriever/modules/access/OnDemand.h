@@ -1,9 +1,15 @@
 #pragma once
 
+#include <string>
+
 namespace Kelvane {
 
-// A function of one of the module's own shared objects that only some cameras
-// need; it is loaded from the folder of the module. A failure is a plain fatal exit.
+// A symbol of one of the shared objects beside the module that only some
+// cameras need; null with the reason in `failure` when it cannot be had.
+void* symbolBesideModule(const char* library, const char* symbol, std::string& failure);
+
+// The same for a function without which the producer cannot work. A failure is
+// a plain fatal exit.
 void* onDemandSymbol(const char* library, const char* symbol);
 
 template <class Function>
