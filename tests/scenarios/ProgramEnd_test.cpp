@@ -2,9 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -13,10 +15,8 @@
 
 using namespace testsupport;
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -32,13 +32,18 @@ struct BlockedReplay {
   RetrieverProgram::Keys keys() const {
     return {{"PROTO", "FAKE"}, {"SOURCE", folder.path() + "/clip"}};
   }
-  // Writing end, open: the program now reads.
+  // Writing end; the program has taken a byte and waits for more.
   Kelvane::UniqueFd reached() const {
     Kelvane::UniqueFd writer;
     eventually([&] {
       writer = Kelvane::UniqueFd(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
       return static_cast<bool>(writer);
     });
+    EXPECT_EQ(write(writer.get(), "", 1), 1);
+    EXPECT_TRUE(eventually([&] {
+      int waiting = 0;
+      return ioctl(writer.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+    }));
     return writer;
   }
   TemporaryFolder folder;

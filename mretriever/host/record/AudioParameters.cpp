@@ -13,18 +13,13 @@ struct Codec {
   int bits;  // a sample, as coded
 };
 
-// G.726 in RTP's own bit order, lowest bits first.
+// Matroska knows G.726 in one bit order only: g726InFileOrder().
 constexpr Codec kCodecs[] = {
-    {"PCMU", AV_CODEC_ID_PCM_MULAW, 8},
-    {"PCMA", AV_CODEC_ID_PCM_ALAW, 8},
-    {"L8", AV_CODEC_ID_PCM_U8, 8},
-    {"L16", AV_CODEC_ID_PCM_S16BE, 16},
-    {"G726-16", AV_CODEC_ID_ADPCM_G726LE, 2},
-    {"G726-24", AV_CODEC_ID_ADPCM_G726LE, 3},
-    {"G726-32", AV_CODEC_ID_ADPCM_G726LE, 4},
-    {"G726-40", AV_CODEC_ID_ADPCM_G726LE, 5},
-    {"MPEG4-GENERIC", AV_CODEC_ID_AAC, 0},
-    {"MPA", AV_CODEC_ID_MP2, 0},
+    {"PCMU", AV_CODEC_ID_PCM_MULAW, 8},     {"PCMA", AV_CODEC_ID_PCM_ALAW, 8},
+    {"L8", AV_CODEC_ID_PCM_U8, 8},          {"L16", AV_CODEC_ID_PCM_S16BE, 16},
+    {"G726-16", AV_CODEC_ID_ADPCM_G726, 2}, {"G726-24", AV_CODEC_ID_ADPCM_G726, 3},
+    {"G726-32", AV_CODEC_ID_ADPCM_G726, 4}, {"G726-40", AV_CODEC_ID_ADPCM_G726, 5},
+    {"MPEG4-GENERIC", AV_CODEC_ID_AAC, 0},  {"MPA", AV_CODEC_ID_MP2, 0},
 };
 
 const Codec* find(const std::string& name) {
@@ -113,6 +108,21 @@ CodecParameters audioParameters(const std::string& name, const std::string& conf
   }
   setPlain(*parameters, name, codec->bits);
   return parameters;
+}
+
+std::vector<uint8_t> g726InFileOrder(const uint8_t* data, std::size_t size, int bits) {
+  std::vector<uint8_t> out(size);
+  const auto width = static_cast<std::size_t>(bits);
+  for (std::size_t bit = 0; bit + width <= 8 * size; bit += width) {
+    for (std::size_t i = 0; i < width; ++i) {
+      const std::size_t from = bit + i;            // counted from each byte's lowest bit
+      const std::size_t to = bit + width - 1 - i;  // counted from each byte's highest bit
+      if ((data[from / 8] >> (from % 8) & 1) != 0) {
+        out[to / 8] = static_cast<uint8_t>(out[to / 8] | 0x80 >> (to % 8));
+      }
+    }
+  }
+  return out;
 }
 
 }  // namespace host

@@ -7,6 +7,7 @@ extern "C" {
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "AccessUnits.h"
 
@@ -28,5 +29,9 @@ CodecParameters videoParameters(VideoCodec codec, const AccessUnit& unit);
 // frame does not begin with a header.
 CodecParameters audioParameters(const std::string& name, const std::string& config,
                                 const uint8_t* frame, std::size_t size);
+
+// G.726 samples of `bits` bits: RTP puts the first one into a byte's lowest
+// bits, files into its highest.
+std::vector<uint8_t> g726InFileOrder(const uint8_t* data, std::size_t size, int bits);
 
 }  // namespace host

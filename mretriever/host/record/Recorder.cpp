@@ -147,7 +147,13 @@ void Recorder::audioFrame(const Kelvane::MediaFrame& frame) {
   const bool alone =
       !videoParameters_ && frame.tv.tv_sec - firstAudio_->tv_sec >= kVideoPatienceSeconds;
   if (alone && (!file_ || wantsNewFile())) newFile(frame.tv);
-  write(MediaFile::audio, frame.data, frame.size, frame.tv, true);
+  if (audioParameters_->codec_id == AV_CODEC_ID_ADPCM_G726) {
+    const auto samples =
+        g726InFileOrder(frame.data, frame.size, audioParameters_->bits_per_coded_sample);
+    write(MediaFile::audio, samples.data(), samples.size(), frame.tv, true);
+  } else {
+    write(MediaFile::audio, frame.data, frame.size, frame.tv, true);
+  }
 }
 
 // Whether the next key frame begins a file. A medium that came late joins then.
