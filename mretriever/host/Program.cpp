@@ -14,6 +14,7 @@
 #include "MediaSinks.h"
 #include "NETMediaProducer.h"
 #include "Plugins.h"
+#include "ReadAheadScheduler.h"
 
 namespace host {
 
@@ -113,7 +114,7 @@ void Program::receive() {
 }
 
 void Program::makeSinks() {
-  scheduler_ = BasicTaskScheduler::createNew(kTickMicros);
+  scheduler_ = Kelvane::ReadAheadScheduler::createNew(kTickMicros);
   env_ = BasicUsageEnvironment::createNew(*scheduler_);
   sinks_[Kelvane::AUDIO] = new Kelvane::AudioSink(*env_);
   sinks_[Kelvane::VIDEO] = new Kelvane::VideoSink(*env_);

@@ -1,5 +1,6 @@
 #include "BlockingRTSPClient.h"
 
+#include "ReadAheadScheduler.h"
 #include "Retriever.h"
 
 namespace Kelvane {
@@ -68,6 +69,8 @@ RTSPResult BlockingRTSPClient::describe(Authenticator* authenticator) {
 
 RTSPResult BlockingRTSPClient::setup(MediaSubsession& subsession, bool streamOutgoing,
                                      bool streamUsingTCP, bool forceMulticast) {
+  auto* scheduler = dynamic_cast<ReadAheadScheduler*>(&envir().taskScheduler());
+  if (streamUsingTCP && scheduler != nullptr) scheduler->readAhead(socketNum());
   return await([&] {
     return sendSetupCommand(subsession, onResponse, streamOutgoing, streamUsingTCP, forceMulticast);
   });

@@ -1,0 +1,98 @@
+#include "ReadAheadScheduler.h"
+
+#include <dlfcn.h>
+#include <sys/socket.h>
+
+#include <GroupsockHelper.hh>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace Kelvane {
+
+namespace {
+// Calls of the handler (two a packet) before timers, the stop flag and other
+// sockets have their turn.
+constexpr int kCallsInARow = 128;
+constexpr unsigned kNoDelay = 1;  // microseconds; 0 would mean no limit
+}  // namespace
+
+ReadAheadScheduler* ReadAheadScheduler::createNew(unsigned tickMicros) {
+  return new ReadAheadScheduler(tickMicros);
+}
+
+void ReadAheadScheduler::readAhead(int socket) {
+  if (readsAhead(socket)) return;
+  forget();
+  socket_ = socket;
+}
+
+void ReadAheadScheduler::forget() {
+  socket_ = -1;
+  begin_ = end_ = 0;
+}
+
+int ReadAheadScheduler::read(unsigned char* to, unsigned size) {
+  if (!pending()) {
+    const ssize_t got = recv(socket_, block_.data(), block_.size(), MSG_DONTWAIT);
+    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return 0;
+    if (got <= 0) return -1;
+    ++blocks_;
+    begin_ = 0;
+    end_ = static_cast<std::size_t>(got);
+  }
+  const std::size_t count = std::min<std::size_t>(size, end_ - begin_);
+  memcpy(to, block_.data() + begin_, count);
+  begin_ += count;
+  return static_cast<int>(count);
+}
+
+void ReadAheadScheduler::doEventLoop(EventLoopWatchVariable* watchVariable) {
+  while (watchVariable == nullptr || *watchVariable == 0) SingleStep(0);
+}
+
+void ReadAheadScheduler::SingleStep(unsigned maxDelayTime) {
+  for (int calls = 0; pending() && calls < kCallsInARow; ++calls) {
+    // Looked up each time: the call may change or remove it.
+    const auto reader = readers_.find(socket_);
+    if (reader == readers_.end()) break;
+    reader->second.call(reader->second.clientData, SOCKET_READABLE);
+  }
+  const bool more = pending() && readers_.count(socket_) != 0;
+  BasicTaskScheduler::SingleStep(more ? kNoDelay : maxDelayTime);
+}
+
+void ReadAheadScheduler::setBackgroundHandling(int socket, int conditions,
+                                               BackgroundHandlerProc* handler, void* clientData) {
+  BasicTaskScheduler::setBackgroundHandling(socket, conditions, handler, clientData);
+  if ((conditions & SOCKET_READABLE) != 0 && handler != nullptr) {
+    readers_[socket] = {handler, clientData};
+  } else {
+    readers_.erase(socket);
+  }
+  if (conditions == 0 && readsAhead(socket)) forget();
+}
+
+void ReadAheadScheduler::moveSocketHandling(int from, int to) {
+  BasicTaskScheduler::moveSocketHandling(from, to);
+  if (readsAhead(from)) forget();
+  const auto reader = readers_.find(from);
+  if (reader == readers_.end()) return;
+  readers_[to] = reader->second;
+  readers_.erase(reader);
+}
+
+}  // namespace Kelvane
+
+// Stands ahead of the library's function of the same name, which does the rest.
+int readSocket(UsageEnvironment& env, int socket, unsigned char* buffer, unsigned bufferSize,
+               sockaddr_storage& fromAddress) {
+  auto* scheduler = dynamic_cast<Kelvane::ReadAheadScheduler*>(&env.taskScheduler());
+  if (scheduler != nullptr && scheduler->readsAhead(socket)) {
+    return scheduler->read(buffer, bufferSize);
+  }
+  using Function = int(UsageEnvironment&, int, unsigned char*, unsigned, sockaddr_storage&);
+  static auto* const library = reinterpret_cast<Function*>(
+      dlsym(RTLD_NEXT, "_Z10readSocketR16UsageEnvironmentiPhjR16sockaddr_storage"));
+  return library == nullptr ? -1 : library(env, socket, buffer, bufferSize, fromAddress);
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <BasicUsageEnvironment.hh>
+#include <array>
+#include <map>
+
+namespace Kelvane {
+
+// The event loop of the process, which can read one TCP connection ahead.
+//
+// live555 takes streams that are interleaved in a connection apart with five
+// reads and two select() calls a packet, most of them for a single byte. Here
+// the module stands in for the library's readSocket() and serves these reads
+// from a block, and the loop calls the handler of the connection for as long
+// as the block lasts. The library is unchanged; where it finds its own
+// readSocket() first, nothing is read ahead and all works as before.
+//
+// Belongs to one thread, like all of live555.
+class ReadAheadScheduler : public BasicTaskScheduler {
+ public:
+  // `tickMicros`: the loop turns at least this often; 0 for no limit.
+  static ReadAheadScheduler* createNew(unsigned tickMicros);
+
+  // Reads `socket` ahead until its handler is taken away, as it is before the
+  // library closes it. What has been read ahead by then is dropped.
+  void readAhead(int socket);
+  bool readsAhead(int socket) const { return socket >= 0 && socket == socket_; }
+  // Of the socket that is read ahead, with readSocket()'s results: the number
+  // of bytes, 0 when there are none yet, -1 at the end or a failure.
+  int read(unsigned char* to, unsigned size);
+  // Blocks read so far.
+  unsigned long blocks() const { return blocks_; }
+
+ private:
+  explicit ReadAheadScheduler(unsigned tickMicros) : BasicTaskScheduler(tickMicros) {}
+
+  // As in the library, whose binary may have been built for another type of
+  // the watch variable (NO_STD_LIB), so that there is nothing to link to.
+  void doEventLoop(EventLoopWatchVariable* watchVariable) override;
+  void SingleStep(unsigned maxDelayTime) override;
+  void setBackgroundHandling(int socket, int conditions, BackgroundHandlerProc* handler,
+                             void* clientData) override;
+  void moveSocketHandling(int from, int to) override;
+  bool pending() const { return begin_ < end_; }
+  void forget();
+
+  struct Handler {
+    BackgroundHandlerProc* call;
+    void* clientData;
+  };
+  std::map<int, Handler> readers_;
+  int socket_ = -1;
+  std::size_t begin_ = 0, end_ = 0;  // unread part of the block
+  unsigned long blocks_ = 0;
+  std::array<unsigned char, 65536> block_;
+};
+
+}  // namespace Kelvane
