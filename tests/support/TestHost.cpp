@@ -6,6 +6,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "ReadAheadScheduler.h"
+
 namespace testsupport {
 
 using Kelvane::Cfg;
@@ -74,6 +76,8 @@ std::vector<std::string> CapturingSink::triggers() {
 }
 
 namespace {
+constexpr unsigned kTickMicros = 10000;
+
 // Looking a medium up in an environment that has none left makes a table that
 // is never released: one medium stays until the end.
 class LastMedium : public Medium {
@@ -82,7 +86,7 @@ class LastMedium : public Medium {
 };
 }  // namespace
 
-TestHost::TestHost(const Keys& keys) {
+TestHost::TestHost(const Keys& keys, TaskScheduler* scheduler) {
   Cfg::clear();
   const std::string pid = std::to_string(getpid());
   Keys all{{"DEVID", "dev" + pid}, {"OBJID", pid},          {"CAMERAMODEL", "any"},
@@ -90,7 +94,8 @@ TestHost::TestHost(const Keys& keys) {
   for (const auto& [key, value] : keys) all[key] = value;
   for (const auto& [key, value] : all) Cfg::insert(key, value);
   Kelvane::setHostObserver(this);
-  scheduler_ = BasicTaskScheduler::createNew();
+  scheduler_ =
+      scheduler != nullptr ? scheduler : Kelvane::ReadAheadScheduler::createNew(kTickMicros);
   env_ = BasicUsageEnvironment::createNew(*scheduler_);
   lastMedium_ = new LastMedium(*env_);
   audio_ = new CapturingSink(*env_, true);

@@ -71,7 +71,8 @@ class TestHost : public Kelvane::HostObserver {
 
   // CAMERAMODEL, PROTO, DEVID (unique to the process), OBJID, MODELID and
   // MEDIA_FORMAT have defaults that `keys` overrides.
-  explicit TestHost(const Keys& keys = {});
+  // `scheduler` becomes the host's; null for one like the program's.
+  explicit TestHost(const Keys& keys = {}, TaskScheduler* scheduler = nullptr);
   TestHost(std::initializer_list<Keys::value_type> keys) : TestHost(Keys(keys)) {}
   ~TestHost() override;
 

@@ -1,0 +1,148 @@
+#include "ReadAheadScheduler.h"
+
+#include <sys/socket.h>
+
+#include <memory>
+
+#include "RtspSupport.h"
+#include "UniqueFd.h"
+
+using namespace testsupport;
+using Kelvane::ReadAheadScheduler;
+
+namespace {
+
+// A connection whose near end is read ahead, a byte a call.
+struct Connection {
+  Connection() : loop(ReadAheadScheduler::createNew(10000)) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+      throw std::runtime_error("socketpair failed");
+    }
+    near = Kelvane::UniqueFd(ends[0]);
+    far = Kelvane::UniqueFd(ends[1]);
+    listen();
+    loop->readAhead(near.get());
+  }
+  TaskScheduler& scheduler() const { return *loop; }
+  void listen() { scheduler().setBackgroundHandling(near.get(), SOCKET_READABLE, readOne, this); }
+  void silence() { scheduler().disableBackgroundHandling(near.get()); }
+  void sends(const std::string& text) const {
+    ASSERT_EQ(write(far.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  // Runs the loop until `done()` holds.
+  template <class Done>
+  bool runUntil(Done done) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!done() && std::chrono::steady_clock::now() < deadline) turn();
+    return done();
+  }
+  void turn() {
+    EventLoopWatchVariable over{0};
+    const auto end = [](void* flag) { *static_cast<EventLoopWatchVariable*>(flag) = 1; };
+    TaskToken task = scheduler().scheduleDelayedTask(1000, end, &over);
+    scheduler().doEventLoop(&over);
+    scheduler().unscheduleDelayedTask(task);
+  }
+
+  static void readOne(void* data, int) {
+    auto* self = static_cast<Connection*>(data);
+    unsigned char byte = 0;
+    self->last = self->loop->read(&byte, 1);
+    if (self->last == 1) self->got.push_back(static_cast<char>(byte));
+    if (self->last < 0 || byte == self->silencesAt) self->silence();
+  }
+
+  std::unique_ptr<ReadAheadScheduler> loop;
+  Kelvane::UniqueFd near, far;
+  std::string got;
+  int last = 1;
+  unsigned char silencesAt = '!';
+};
+
+}  // namespace
+
+TEST(ReadAhead, AByteACallComesFromOneBlock) {
+  Connection connection;
+  const std::string text(100000, 'x');
+  connection.sends(text);
+  ASSERT_TRUE(connection.runUntil([&] { return connection.got.size() == text.size(); }));
+  EXPECT_LE(connection.loop->blocks(), 4U);
+  unsigned char byte = 0;
+  EXPECT_EQ(connection.loop->read(&byte, 1), 0) << "nothing there is no failure";
+  connection.far.reset();
+  EXPECT_TRUE(connection.runUntil([&] { return connection.last == -1; })) << "the end is one";
+}
+
+// The library takes the handler away before it closes the socket: bytes of the
+// old connection must not turn up in a new one with the same number.
+TEST(ReadAhead, IsOverWhenTheHandlerGoes) {
+  Connection connection;
+  connection.sends("abc!old");
+  ASSERT_TRUE(connection.runUntil([&] { return connection.got == "abc!"; }));
+  EXPECT_FALSE(connection.loop->readsAhead(connection.near.get()));
+  connection.listen();
+  connection.loop->readAhead(connection.near.get());
+  connection.sends("new");
+  ASSERT_TRUE(connection.runUntil([&] { return connection.got.size() >= 7; }));
+  EXPECT_EQ(connection.got, "abc!new");
+}
+
+TEST(ReadAhead, TimersHaveTheirTurnWithinALongBlock) {
+  Connection connection;
+  connection.sends(std::string(50000, 'x'));
+  std::size_t atTimer = 0;
+  struct Look {
+    Connection& connection;
+    std::size_t& result;
+  } look{connection, atTimer};
+  connection.scheduler().scheduleDelayedTask(
+      0,
+      [](void* data) {
+        auto* l = static_cast<Look*>(data);
+        l->result = l->connection.got.size() + 1;
+      },
+      &look);
+  ASSERT_TRUE(connection.runUntil([&] { return connection.got.size() == 50000; }));
+  EXPECT_GT(atTimer, 0U);
+  EXPECT_LT(atTimer, 50000U);
+}
+
+// However the network cuts a connection, and whichever loop the host has, the
+// frames are the same.
+TEST(ReadAhead, InterleavedFramesSurviveAnyCut) {
+  constexpr int kPackets = 600;
+  for (const bool ahead : {true, false}) {
+    for (const std::size_t piece : {1U, 7U, 1009U, 40000U}) {
+      SCOPED_TRACE(std::to_string(piece) + (ahead ? " ahead" : " by the library"));
+      std::string stream;
+      std::vector<std::string> units;
+      for (int i = 1; i <= (piece == 1 ? 20 : kPackets); ++i) {
+        units.push_back("\x65" + std::string(static_cast<std::size_t>(i * 37 % 1400), 'x') + "e");
+        stream += interleaved(0, rtp(i, units.back()));
+      }
+      ScriptedCamera camera;
+      camera.afterPlay([&](PeerConnection& connection) {
+        for (std::size_t i = 0; i < stream.size(); i += piece) {
+          connection.write(stream.substr(i, piece));
+        }
+      });
+      auto* scheduler = ReadAheadScheduler::createNew(10000);
+      TestHost host(camera.keys(), ahead ? static_cast<TaskScheduler*>(scheduler)
+                                         : BasicTaskScheduler::createNew());
+      Kelvane::RTSPMediaProducerImpl producer(host.audio(), host.video(), host.metadata(),
+                                              Kelvane::APP_NV);
+      host.run(producer);
+      ASSERT_TRUE(host.video()->awaitFrames(units.size()));
+      const auto frames = host.video()->frames();
+      for (std::size_t i = 0; i < units.size(); ++i) ASSERT_EQ(frames[i].data, units[i]) << i;
+      host.stop();
+      ASSERT_TRUE(host.awaitEnd());
+      if (ahead && piece > 1009) {
+        EXPECT_GT(scheduler->blocks(), 0U) << "the library found its own function first";
+        EXPECT_LT(scheduler->blocks(), kPackets / 2);
+      }
+      if (!ahead) delete static_cast<TaskScheduler*>(scheduler);
+    }
+  }
+}
