@@ -96,10 +96,12 @@ void AccessUnitAssembler::begin(const Unit& unit, const timeval& tv) {
   pending_.key = pending_.key || unit.key;
 }
 
-// The zeros behind a header belong to the next start code.
+// The zeros behind a header belong to the next start code. A camera may repeat
+// in its stream what it has described: twice the same is no other picture.
 void AccessUnitAssembler::configure(const uint8_t* data, const uint8_t* end) {
   while (end > data && end[-1] == 0) --end;
-  pending_.configuration.append(data, end);
+  const std::string header(data, end);
+  if (pending_.configuration.find(header) == std::string::npos) pending_.configuration += header;
 }
 
 void AccessUnitAssembler::append(const uint8_t* data, std::size_t size) {
