@@ -32,13 +32,15 @@ void StatusLine::print(const Counts& from, const Counts& to, const char* end) {
     return seconds > 0 ? static_cast<double>(amount) / seconds : 0.0;
   };
   const auto up = std::chrono::duration_cast<std::chrono::seconds>(to.when - begin_.when).count();
+  fprintf(to_, "%02ld:%02ld:%02ld  %5.1f frames/s  %7.0f kbit/s  %llu frames", up / 3600,
+          up / 60 % 60, up % 60, rate(to.frames - from.frames),
+          rate(to.bytes - from.bytes) * 8 / 1000, static_cast<unsigned long long>(to.frames));
   const int state = state_.load();
-  fprintf(to_, "%02ld:%02ld:%02ld  %5.1f frames/s  %7.0f kbit/s  %llu frames  state %s%s%s%s",
-          up / 3600, up / 60 % 60, up % 60, rate(to.frames - from.frames),
-          rate(to.bytes - from.bytes) * 8 / 1000, static_cast<unsigned long long>(to.frames),
-          state < 0 ? "-" : StreamState::name(static_cast<StreamState::STATE>(state / 256)),
-          state < 0 ? "" : " ",
-          state < 0 ? "" : StreamState::name(static_cast<StreamState::ERRNO>(state % 256)), end);
+  if (state >= 0) {
+    fprintf(to_, "  %s %s", StreamState::name(static_cast<StreamState::STATE>(state / 256)),
+            StreamState::name(static_cast<StreamState::ERRNO>(state % 256)));
+  }
+  fputs(end, to_);
   fflush(to_);
 }
 
