@@ -7,7 +7,7 @@
 #include "Program.h"
 
 // Where the build has a leak checker, it reports here and changes the status.
-extern "C" __attribute__((weak)) void __lsan_do_leak_check();
+extern "C" __attribute__((weak)) void __lsan_do_leak_check();  // NOLINT: its own name
 
 namespace {
 
