@@ -1,5 +1,6 @@
 #include "StatusLine.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 namespace host {
@@ -27,6 +28,9 @@ void StatusLine::finish() {
 }
 
 void StatusLine::print(const Counts& from, const Counts& to, const char* end) {
+  // A reader that has stopped reading must not hold up who takes the signals.
+  pollfd output{fileno(to_), POLLOUT, 0};
+  if (poll(&output, 1, 0) != 1 || (output.revents & POLLOUT) == 0) return;
   const double seconds = std::chrono::duration<double>(to.when - from.when).count();
   const auto rate = [&](uint64_t amount) {
     return seconds > 0 ? static_cast<double>(amount) / seconds : 0.0;

@@ -10,8 +10,8 @@
 namespace host {
 
 // How the stream is doing: one line that is rewritten on a terminal, a plain
-// line every few seconds elsewhere. Events come from any thread; tick() and
-// finish() print and are called from one thread at a time.
+// line every few seconds elsewhere; left out while nobody reads. Events come
+// from any thread; tick() is called from one, finish() once, from any.
 class StatusLine : public Kelvane::HostObserver {
  public:
   explicit StatusLine(FILE* to);
