@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <filesystem>
 
+#include "UniqueFd.h"
 #include "support/RetrieverProgram.h"
 
 using namespace testsupport;
@@ -70,4 +73,19 @@ TEST(Recording, AFailureOfTheModuleEndsTheFileToo) {
   EXPECT_EQ(replay.program->wait(), 1);
   EXPECT_EQ(replay.program->states(), std::vector<std::string>{"STREAM_LOST UNK"});
   EXPECT_NEAR(replay.played(), replay.received(), 0.002);
+}
+
+// A worker ends the process while the host's thread receives and records.
+TEST(Recording, AFailureOfAWorkerEndsTheFileUnderTheReceivingThread) {
+  const Kelvane::UniqueFd taken(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  socklen_t length = sizeof name;
+  auto* generic = reinterpret_cast<sockaddr*>(&name);
+  ASSERT_EQ(bind(taken.get(), generic, length), 0);
+  ASSERT_EQ(getsockname(taken.get(), generic, &length), 0);
+  RecordedReplay replay({"METADATA_PORT=" + std::to_string(ntohs(name.sin_port)), "FRAMERATE=0"});
+  EXPECT_EQ(replay.program->wait(), 1);
+  EXPECT_THAT(replay.program->output(), testing::HasSubstr("Can't bind port"));
+  EXPECT_THAT(replay.program->output(), testing::Not(testing::HasSubstr("Sanitizer")));
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <thread>
 
 #include "AccessLog.h"
 
@@ -62,7 +63,7 @@ void Recorder::guarded(Work work) {
 
 void Recorder::onInit(Kelvane::MEDIA_TYPE media, const std::string& codec,
                       const std::string& config) {
-  const std::lock_guard<std::timed_mutex> held(mutex_);
+  const std::lock_guard<std::mutex> held(mutex_);
   if (media == Kelvane::VIDEO && videoCodec(codec)) videoName_ = codec;
   if (media != Kelvane::AUDIO) return;
   audioName_ = codec;
@@ -71,7 +72,7 @@ void Recorder::onInit(Kelvane::MEDIA_TYPE media, const std::string& codec,
 }
 
 void Recorder::onFrame(const Kelvane::MediaFrame& frame) {
-  const std::lock_guard<std::timed_mutex> held(mutex_);
+  const std::lock_guard<std::mutex> held(mutex_);
   if (closed_) return;
   switch (frame.mediaType) {
     case Kelvane::VIDEO:
@@ -222,13 +223,18 @@ void Recorder::inDatabase(Work work) {
 
 void Recorder::write(const std::string& deviceId, const timeval& tv, const std::string& name,
                      const std::string& record) {
-  const std::lock_guard<std::timed_mutex> held(mutex_);
+  const std::lock_guard<std::mutex> held(mutex_);
   if (closed_) return;
   inDatabase([&](MetadataDatabase& database) { database.addRecord(deviceId, tv, name, record); });
 }
 
 void Recorder::close() {
-  const std::unique_lock<std::timed_mutex> held(mutex_, kClosePatience);
+  std::unique_lock<std::mutex> held(mutex_, std::try_to_lock);
+  const auto patience = Clock::now() + kClosePatience;
+  while (!held && Clock::now() < patience) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    held.try_lock();
+  }
   if (!held) {
     LOG_WARN("The recording is left without its index: a write has not come back");
     return;

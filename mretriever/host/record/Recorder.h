@@ -52,7 +52,7 @@ class Recorder : public Recording {
   void inDatabase(Work work);
 
   const RecordingOptions options_;
-  std::timed_mutex mutex_;
+  std::mutex mutex_;
   bool closed_ = false;
 
   std::string videoName_;
