@@ -2,9 +2,11 @@
 
 #include <string>
 
+#include "BoschMediaProducerImpl.h"
 #include "Cfg.h"
 #include "FAKEMediaProducerImpl.h"
 #include "FailureReport.h"
+#include "HTTPMediaProducerImpl.h"
 #include "OnDemand.h"
 #include "PendingProducers.h"
 #include "RTPMediaProducerImpl.h"

@@ -25,7 +25,5 @@ PENDING_PRODUCER(PelcoMediaProducerImpl);
 PENDING_PRODUCER(VSIPMediaProducerImpl);
 PENDING_PRODUCER(DanteMediaProducerImpl);
 PENDING_PRODUCER(SamsungMediaProducerImpl);
-PENDING_PRODUCER(BoschMediaProducerImpl);
-PENDING_PRODUCER(HTTPMediaProducerImpl);
 
 }  // namespace Kelvane

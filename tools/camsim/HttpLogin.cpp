@@ -1,0 +1,97 @@
+#include "HttpLogin.h"
+
+#include <Base64.hh>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <ourMD5.hh>
+#include <random>
+#include <regex>
+
+namespace {
+
+std::string newNonce() {
+  std::random_device random;
+  char text[33];
+  snprintf(text, sizeof text, "%08x%08x%08x%08x", random(), random(), random(), random());
+  return text;
+}
+
+std::string md5(const std::string& text) {
+  char digest[33];
+  our_MD5Data(reinterpret_cast<const unsigned char*>(text.data()),
+              static_cast<unsigned>(text.size()), digest);
+  return digest;
+}
+
+std::map<std::string, std::string> parameters(const std::string& header) {
+  static const std::regex pair("([A-Za-z]+)=(?:\"([^\"]*)\"|([^,\\s]*))");
+  std::map<std::string, std::string> found;
+  for (std::sregex_iterator i(header.begin(), header.end(), pair), end; i != end; ++i) {
+    found[(*i)[1]] = (*i)[2].matched ? (*i)[2].str() : (*i)[3].str();
+  }
+  return found;
+}
+
+}  // namespace
+
+std::string requestHeader(const std::string& request, const std::string& name) {
+  const std::string key = "\r\n" + name + ": ";
+  const std::size_t at = request.find(key);
+  if (at == std::string::npos) return "";
+  const std::size_t begin = at + key.size();
+  return request.substr(begin, request.find("\r\n", begin) - begin);
+}
+
+HttpLogin::HttpLogin(LoginOptions options) : options_(std::move(options)), nonce_(newNonce()) {}
+
+bool HttpLogin::accepts(const std::string& request) {
+  if (options_.scheme == "none") return true;
+  const std::string header = requestHeader(request, "Authorization");
+  if (options_.scheme == "digest") return acceptsDigest(request, header);
+  const std::string login = options_.user + ":" + options_.password;
+  const std::unique_ptr<char[]> encoded(
+      base64Encode(login.data(), static_cast<unsigned>(login.size())));
+  return header == std::string("Basic ") + encoded.get();
+}
+
+bool HttpLogin::acceptsDigest(const std::string& request, const std::string& header) {
+  if (header.rfind("Digest ", 0) != 0) return false;
+  auto given = parameters(header);
+  const std::string target = request.substr(4, request.find(' ', 4) - 4);
+  const std::lock_guard<std::mutex> held(mutex_);
+  if (given["username"] != options_.user || given["realm"] != options_.realm ||
+      given["nonce"] != nonce_ || given["uri"] != target || given["opaque"] != options_.opaque) {
+    return false;
+  }
+  std::string secret = md5(options_.user + ":" + options_.realm + ":" + options_.password);
+  if (options_.algorithm == "MD5-sess") {
+    secret = md5(secret + ":" + nonce_ + ":" + given["cnonce"]);
+  }
+  std::string proof = secret + ":" + nonce_ + ":";
+  if (!options_.qop.empty()) {
+    if (given["qop"] != "auth" || given["cnonce"].empty() || given["nc"] != "00000001") {
+      return false;
+    }
+    proof += given["nc"] + ":" + given["cnonce"] + ":auth:";
+  }
+  if (given["response"] != md5(proof + md5("GET:" + target))) return false;
+  if (options_.nonceUses > 0 && ++uses_ >= options_.nonceUses) {
+    nonce_ = newNonce();
+    uses_ = 0;
+  }
+  return true;
+}
+
+std::string HttpLogin::challenge() {
+  if (options_.scheme == "basic") {
+    return "WWW-Authenticate: Basic realm=\"" + options_.realm + "\"\r\n";
+  }
+  const std::lock_guard<std::mutex> held(mutex_);
+  std::string line =
+      "WWW-Authenticate: Digest realm=\"" + options_.realm + "\", nonce=\"" + nonce_ + "\"";
+  if (!options_.qop.empty()) line += ", qop=\"" + options_.qop + "\"";
+  if (!options_.opaque.empty()) line += ", opaque=\"" + options_.opaque + "\"";
+  if (!options_.algorithm.empty()) line += ", algorithm=" + options_.algorithm;
+  return line + "\r\n";
+}
