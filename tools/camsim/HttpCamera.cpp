@@ -174,6 +174,7 @@ bool HttpCamera::sendItem(const UniqueFd& connection, const std::string& item, i
 void HttpCamera::sendUnpaced(const UniqueFd& connection) const {
   std::string all;
   for (const std::string& item : items_) all += item;
-  while (sendAll(connection, all)) {
-  }
+  std::size_t sent = 0;
+  while (sendAll(connection, all)) sent += all.size();
+  printf("sent %zu bytes\n", sent);
 }

@@ -1,12 +1,12 @@
 #include "HttpLogin.h"
 
 #include <Base64.hh>
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <ourMD5.hh>
 #include <random>
-#include <regex>
 
 namespace {
 
@@ -24,11 +24,19 @@ std::string md5(const std::string& text) {
   return digest;
 }
 
-std::map<std::string, std::string> parameters(const std::string& header) {
-  static const std::regex pair("([A-Za-z]+)=(?:\"([^\"]*)\"|([^,\\s]*))");
+// name="value" and name=value, comma-separated; values hold no quotes.
+std::map<std::string, std::string> parameters(const std::string& list) {
   std::map<std::string, std::string> found;
-  for (std::sregex_iterator i(header.begin(), header.end(), pair), end; i != end; ++i) {
-    found[(*i)[1]] = (*i)[2].matched ? (*i)[2].str() : (*i)[3].str();
+  std::size_t at = 0;
+  while ((at = list.find_first_not_of(", ", at)) != std::string::npos) {
+    const std::size_t equals = list.find('=', at);
+    if (equals == std::string::npos) break;
+    const std::string name = list.substr(at, equals - at);
+    const bool quoted = list.compare(equals + 1, 1, "\"") == 0;
+    const std::size_t begin = equals + (quoted ? 2 : 1);
+    const std::size_t end = std::min(list.find(quoted ? '"' : ',', begin), list.size());
+    found[name] = list.substr(begin, end - begin);
+    at = end + (quoted ? 1 : 0);
   }
   return found;
 }
@@ -57,7 +65,7 @@ bool HttpLogin::accepts(const std::string& request) {
 
 bool HttpLogin::acceptsDigest(const std::string& request, const std::string& header) {
   if (header.rfind("Digest ", 0) != 0) return false;
-  auto given = parameters(header);
+  auto given = parameters(header.substr(7));
   const std::string target = request.substr(4, request.find(' ', 4) - 4);
   const std::lock_guard<std::mutex> held(mutex_);
   if (given["username"] != options_.user || given["realm"] != options_.realm ||

@@ -3,20 +3,33 @@
 #include <fcntl.h>
 #include <stdio_ext.h>
 
+#include <algorithm>
+
 #include "Exceptions.h"
 #include "FailureReport.h"
 #include "JpegScan.h"
+#include "SocketIo.h"
 
 namespace Kelvane {
 
 namespace {
 
-// What the stream has read ahead goes into the scan in place: the step of
+// What the stream has read ahead lies between its two pointers: the step of
 // getc_unlocked(), for many bytes at once.
+std::size_t readAhead(const FILE* stream) {
+  return static_cast<std::size_t>(stream->_IO_read_end - stream->_IO_read_ptr);
+}
+
 void scanReadAhead(FILE* stream, JpegScan& scan) {
-  const auto ahead = static_cast<std::size_t>(stream->_IO_read_end - stream->_IO_read_ptr);
   stream->_IO_read_ptr +=
-      scan.take(reinterpret_cast<const std::uint8_t*>(stream->_IO_read_ptr), ahead);
+      scan.take(reinterpret_cast<const std::uint8_t*>(stream->_IO_read_ptr), readAhead(stream));
+}
+
+// Large rests of a frame come past the stream's buffer, in one call. Returns
+// what came; 0 also when the stream reads from something else than a socket.
+std::size_t readRestAtOnce(FILE* stream, std::uint8_t* to, std::size_t size) {
+  const ssize_t got = receiveAll(fileno_unlocked(stream), to, size);
+  return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
 }  // namespace
@@ -38,7 +51,13 @@ HttpStream::~HttpStream() {
 
 bool readBlock(FILE* stream, std::uint8_t* to, std::size_t size) {
   errno = 0;  // the end of input sets none
-  if (fread_unlocked(to, 1, size, stream) == size) return true;
+  std::size_t have = std::min(size, readAhead(stream));
+  have = fread_unlocked(to, 1, have, stream);
+  if (size - have >= HttpStream::kBufferSize)
+    have += readRestAtOnce(stream, to + have, size - have);
+  errno = 0;  // the end of input sets none
+  have += fread_unlocked(to + have, 1, size - have, stream);
+  if (have == size) return true;
   const auto reason = last_error_message();
   ERROR_REPORT("CRT-5001 Error to read from socket: %s", reason->c_str());
   return false;

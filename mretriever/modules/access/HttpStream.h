@@ -15,11 +15,12 @@ class HttpStream {
   ~HttpStream();
   HttpStream(const HttpStream&) = delete;
   HttpStream& operator=(const HttpStream&) = delete;
+  static constexpr std::size_t kBufferSize = 12000;
   FILE* get() { return file_; }
 
  private:
   FILE* file_;
-  char buffer_[12000];
+  char buffer_[kBufferSize];
 };
 
 // Exactly `size` bytes. A short read is reported as CRT-5001 and gives false.
