@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "AccessLog.h"
+#include "TimeVal.h"
 
 namespace host {
 
@@ -145,16 +146,27 @@ void Recorder::audioFrame(const Kelvane::MediaFrame& frame) {
     }
   }
   if (!firstAudio_) firstAudio_ = frame.tv;
+  const timeval tv = playTime(frame.tv);
   const bool alone =
       !videoParameters_ && frame.tv.tv_sec - firstAudio_->tv_sec >= kVideoPatienceSeconds;
-  if (alone && (!file_ || wantsNewFile())) newFile(frame.tv);
+  if (alone && (!file_ || wantsNewFile())) newFile(tv);
   if (audioParameters_->codec_id == AV_CODEC_ID_ADPCM_G726) {
     const auto samples =
         g726InFileOrder(frame.data, frame.size, audioParameters_->bits_per_coded_sample);
-    write(MediaFile::audio, samples.data(), samples.size(), frame.tv, true);
+    write(MediaFile::audio, samples.data(), samples.size(), tv, true);
   } else {
-    write(MediaFile::audio, frame.data, frame.size, frame.tv, true);
+    write(MediaFile::audio, frame.data, frame.size, tv, true);
   }
+}
+
+// A device may send several packets with one time: they play one after another.
+timeval Recorder::playTime(const timeval& tv) {
+  const bool sameTime = lastAudio_ && timercmp(&tv, &*lastAudio_, ==);
+  lastAudio_ = tv;
+  samplesAhead_ = sameTime ? samplesAhead_ + audioParameters_->frame_size : 0;
+  if (samplesAhead_ == 0) return tv;
+  const int64_t micros = samplesAhead_ * 1000000 / audioParameters_->sample_rate;
+  return (Kelvane::Time_Val(tv) + Kelvane::Delay_Interval(micros / 1000000, micros % 1000000)).tv();
 }
 
 // Whether the next key frame begins a file. A medium that came late joins then.

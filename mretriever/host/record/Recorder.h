@@ -40,6 +40,7 @@ class Recorder : public Recording {
   void videoUnit(const AccessUnit& unit);
   bool learnPicture(const AccessUnit& unit);
   void audioFrame(const Kelvane::MediaFrame& frame);
+  timeval playTime(const timeval& tv);
   bool wantsNewFile() const;
   void newFile(const timeval& tv);
   void write(MediaFile::Track track, const uint8_t* data, std::size_t size, const timeval& tv,
@@ -64,6 +65,8 @@ class Recorder : public Recording {
   std::string audioConfig_;
   CodecParameters audioParameters_;
   std::optional<timeval> firstAudio_;
+  std::optional<timeval> lastAudio_;
+  int64_t samplesAhead_ = 0;  // of the time that several packets share
 
   std::unique_ptr<MediaFile> file_;
   std::optional<Timeline> timeline_;
