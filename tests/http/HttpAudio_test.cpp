@@ -1,0 +1,173 @@
+#include <sys/socket.h>
+
+#include <thread>
+
+#include "HTTPMediaProducerImpl.h"
+#include "support/TcpPeer.h"
+#include "support/TestHost.h"
+
+using namespace testsupport;
+using testing::ElementsAre;
+
+namespace {
+
+// A camera's side of a connected pair; what it sends is received on another thread.
+class AudioCamera {
+ public:
+  explicit AudioCamera(int type, const TestHost::Keys& keys = {})
+      : host(keys), producer(host.audio(), host.video()) {
+    int ends[2];
+    if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("pair");
+    device_.reset(ends[0]);
+    own_.reset(ends[1]);
+  }
+  ~AudioCamera() { finish(); }
+
+  void receive() {
+    thread_ = std::thread([this] { producer.receive_audio(own_.get()); });
+  }
+  void send(const std::string& data) {
+    EXPECT_EQ(::send(device_.get(), data.data(), data.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(data.size()));
+  }
+  // For packets, where a read takes one byte of each: a line is so many packets.
+  void sendLine(const std::string& line) {
+    for (const char c : line) send(std::string(1, c));
+  }
+  // Ends the stream and waits for receive_audio().
+  void finish() {
+    device_.reset();
+    if (thread_.joinable()) thread_.join();
+  }
+  void run(const std::string& all) {
+    receive();
+    send(all);
+    finish();
+  }
+  std::vector<std::string> blocks() {
+    std::vector<std::string> all;
+    for (const SinkFrame& frame : host.audio()->frames()) all.push_back(frame.data);
+    return all;
+  }
+
+  TestHost host;
+  Kelvane::HTTPMediaProducerImpl producer;
+
+ private:
+  Kelvane::UniqueFd device_;
+  Kelvane::UniqueFd own_;
+  std::thread thread_;
+};
+
+void receiveText(const std::string& text) {
+  AudioCamera camera(SOCK_STREAM);
+  camera.run(text);
+}
+
+}  // namespace
+
+TEST(HttpAudio, FixedBlocksBehindTheHeader) {
+  AudioCamera camera(SOCK_STREAM);
+  const std::string first(240, 'a');
+  camera.run("Server: x\r\ncontent-type: text/html\r\nContent-type: audio/G723\r\n" +
+             std::string("X-Long: ") + std::string(3000, 'x') + "\r\nY: y\n\n" + first + "end");
+  EXPECT_THAT(camera.host.audio()->codecs(), ElementsAre("G726-24"));
+  EXPECT_THAT(camera.host.audio()->configs(), ElementsAre(""));
+  EXPECT_THAT(camera.blocks(), ElementsAre(first, "end")) << "a short last block counts";
+}
+
+// The line reader takes the first line of the body and then no more: what looks
+// like parts is passed on as it comes.
+TEST(HttpAudio, PartsArePassedOnWithTheirHeaders) {
+  AudioCamera camera(SOCK_STREAM, {{"CAMERAMODEL", "panasonic"}, {"MODELID", "BL-C210A"}});
+  const std::string body = "Content-Length: 300\r\n\r\n" + std::string(300, 'p') + "\r\n--b\r\n";
+  camera.run(
+      "Content-Type: multipart/x-mixed-replace; boundary=--b\r\n\r\n--b\r\n"
+      "Content-Type: audio/basic\r\n" +
+      body);
+  EXPECT_THAT(camera.host.audio()->codecs(), ElementsAre("PCMU"));
+  const std::string behindLine = body.substr(body.find('\n') + 1);
+  EXPECT_THAT(camera.blocks(), ElementsAre(behindLine.substr(0, 240), behindLine.substr(240)));
+}
+
+// Packets can end the fixed blocks without ending the stream: an empty one.
+TEST(HttpAudio, APartOfKnownLengthComesWhole) {
+  AudioCamera camera(SOCK_SEQPACKET);
+  camera.receive();
+  camera.sendLine(
+      "Content-Type: multipart/mixed\r\nContent-Type: audio/PCMU\r\nContent-Length: 300\r\n");
+  camera.send("block");
+  camera.send("");
+  camera.sendLine("\r\n");
+  camera.send(std::string(300, 'p'));
+  // A part that comes short keeps its stated length.
+  camera.sendLine("Content-Length: 9\r\n");
+  camera.send("");
+  camera.sendLine("\r\n");
+  camera.send("short");
+  camera.sendLine("Content-Length: 9\r\n");
+  camera.send("");
+  camera.sendLine("\r\n");
+  camera.finish();
+  EXPECT_THAT(camera.blocks(),
+              ElementsAre("block", std::string(300, 'p'), "short" + std::string(4, 'p')));
+  EXPECT_THAT(camera.host.states(), ElementsAre("UNKNOWN UNK")) << "for the part that did not come";
+}
+
+TEST(HttpAudio, PartsThatDoNotFitEndTheProcess) {
+  for (const char* length : {"1000001", "-1", "99999999999"}) {
+    const auto part = [&] {
+      AudioCamera camera(SOCK_SEQPACKET);
+      camera.receive();
+      camera.sendLine(
+          "Content-Type: multipart/mixed\r\nContent-Type: audio/PCMU\r\nContent-Length: " +
+          std::string(length) + "\r\n");
+      camera.send("");
+      camera.sendLine("\r\n");
+      camera.finish();
+    };
+    EXPECT_FATAL_REPORT(part(), "CRT-5005", "STREAM_LOST UNK") << length;
+  }
+}
+
+TEST(HttpAudio, RefusedTypes) {
+  EXPECT_FATAL_REPORT(receiveText("Content-Type: audio/ogg\r\n\r\n"),
+                      "Unknown Content-Type: Content-Type: audio/ogg", "STREAM_LOST UNK");
+  EXPECT_FATAL_REPORT(receiveText("Server: last line\r\n"), "Unknown Content-Type: Server: last",
+                      "STREAM_LOST UNK");
+  EXPECT_FATAL_REPORT(receiveText(""), "Unknown Content-Type: ", "STREAM_LOST UNK");
+  const std::string aac = "Content-Type: audio/mpeg4-generic";
+  EXPECT_FATAL_REPORT(receiveText(aac + "\r\n"), "No configuration data for AAC",
+                      "STREAM_LOST UNK");
+  for (const char* config : {"; config=1210ff; x=y", "; config=", "; config=zz"}) {
+    EXPECT_FATAL_REPORT(receiveText(aac + config + "\r\n"), "AAC over HTTP is not yet implemented",
+                        "STREAM_LOST UNK");
+  }
+  EXPECT_FATAL_REPORT(receiveText(aac + "; config=1210\r\n"), "AAC config: 0x12 0x10",
+                      "STREAM_LOST UNK");
+}
+
+TEST(HttpAudio, ReadlineTellsHowALineEnded) {
+  TestHost host;
+  Kelvane::HTTPMediaProducerImpl producer(host.audio(), host.video());
+  const struct {
+    const char* input;
+    int max;
+    int result;
+    const char* text;
+  } cases[] = {
+      {"ab\ncd", 10, 3, "ab\n"}, {"ab", 10, 3, "ab"},    {"", 10, 0, ""},   {"abcdef", 5, 4, "abc"},
+      {"abc\n", 5, 4, "abc"},    {"ab\n", 5, 3, "ab\n"}, {"abc", 2, 1, ""}, {"abc", 1, 1, ""},
+  };
+  for (const auto& c : cases) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_GE(write(ends[1], c.input, strlen(c.input)), 0);
+    close(ends[1]);
+    char line[10] = "untouched";
+    EXPECT_EQ(producer.readline(ends[0], line, c.max), c.result) << c.input;
+    EXPECT_STREQ(line, c.text);
+    close(ends[0]);
+    EXPECT_EQ(producer.readline(ends[0], line, 10), -1) << "closed";
+  }
+}
