@@ -81,6 +81,7 @@ int Program::run() {
 
 void Program::openRecordingAndBroker() {
   if (trace_) observers_.add(trace_.get());
+  status_.setVideoCodec(optionalKey("MEDIA_FORMAT", ""));
   observers_.add(&status_);
   if (!options_.recordFolder.empty()) {
     recording_ = openRecording({options_.recordFolder, optionalKey("DEVID", "camera"),

@@ -3,6 +3,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "StartCode.h"
+
 namespace host {
 
 using Kelvane::StreamState;
@@ -48,8 +50,31 @@ void StatusLine::print(const Counts& from, const Counts& to, const char* end) {
   fflush(to_);
 }
 
+void StatusLine::onInit(Kelvane::MEDIA_TYPE media, const std::string& codec, const std::string&) {
+  if (media == Kelvane::VIDEO) setVideoCodec(codec);
+}
+
+void StatusLine::setVideoCodec(const std::string& name) {
+  const bool h264 = name == "H264" || name == "h264";
+  const bool mpeg2 = name == "MPV" || name == "mpeg2";
+  pieces_.store(h264 ? Pieces::h264 : mpeg2 ? Pieces::mpeg2 : Pieces::none);
+}
+
+bool StatusLine::beginsPicture(const Kelvane::MediaFrame& frame) const {
+  constexpr uint32_t kCodeSize = 3;
+  const Pieces pieces = pieces_.load(std::memory_order_relaxed);
+  if (pieces == Pieces::none || frame.size < kCodeSize + Kelvane::kUnitLookAhead) return true;
+  const bool startCode = Kelvane::findStartCode(frame.data, kCodeSize + 1, 0) <= 1;
+  if (pieces == Pieces::h264) {
+    return startCode || Kelvane::h264Unit(frame.data) == Kelvane::UnitKind::picture;
+  }
+  return startCode && Kelvane::mpeg2Unit(frame.data + kCodeSize) != Kelvane::UnitKind::other;
+}
+
 void StatusLine::onFrame(const Kelvane::MediaFrame& frame) {
-  if (frame.mediaType == Kelvane::VIDEO) frames_.fetch_add(1, std::memory_order_relaxed);
+  if (frame.mediaType == Kelvane::VIDEO && beginsPicture(frame)) {
+    frames_.fetch_add(1, std::memory_order_relaxed);
+  }
   bytes_.fetch_add(frame.size, std::memory_order_relaxed);
 }
 

@@ -16,11 +16,13 @@ class StatusLine : public Kelvane::HostObserver {
  public:
   explicit StatusLine(FILE* to);
 
+  // As MEDIA_FORMAT or a sink has it; without it every delivery is a picture.
+  void setVideoCodec(const std::string& name);
   std::chrono::milliseconds interval() const { return interval_; }
   void tick();    // at each interval
   void finish();  // a last line about the whole run
 
-  void onInit(Kelvane::MEDIA_TYPE, const std::string&, const std::string&) override {}
+  void onInit(Kelvane::MEDIA_TYPE media, const std::string& codec, const std::string&) override;
   void onFrame(const Kelvane::MediaFrame& frame) override;
   void onTrigger(const std::string&) override {}
   void onState(Kelvane::StreamState::STATE state, Kelvane::StreamState::ERRNO error) override;
@@ -30,16 +32,20 @@ class StatusLine : public Kelvane::HostObserver {
  private:
   using Clock = std::chrono::steady_clock;
   struct Counts {
-    uint64_t frames = 0;  // video
+    uint64_t frames = 0;  // pictures
     uint64_t bytes = 0;   // of all media
     Clock::time_point when;
   };
   Counts now() const;
+  bool beginsPicture(const Kelvane::MediaFrame& frame) const;
   void print(const Counts& from, const Counts& to, const char* end);
 
   FILE* to_;
   bool terminal_;
   std::chrono::milliseconds interval_;
+  // Codecs whose pictures may come in pieces, a NAL unit or a slice each.
+  enum class Pieces { none, h264, mpeg2 };
+  std::atomic<Pieces> pieces_{Pieces::none};
   std::atomic<uint64_t> frames_{0};
   std::atomic<uint64_t> bytes_{0};
   std::atomic<int> state_{-1};  // 256 * state + code, once there is one
