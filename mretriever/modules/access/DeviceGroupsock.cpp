@@ -18,16 +18,24 @@ namespace {
 constexpr unsigned kReceiveBuffer = 4 * 1024 * 1024;
 
 // live555 joins a multicast group by itself in the constructor. With an
-// interface that does not exist its join fails, and the socket's owner joins.
+// interface that does not exist its join fails, which it would complain about,
+// and the socket's owner joins.
 class WithoutJoin {
  public:
-  explicit WithoutJoin(in_addr noInterface) { ReceivingInterfaceAddr = noInterface.s_addr; }
-  ~WithoutJoin() { ReceivingInterfaceAddr = before_; }
+  explicit WithoutJoin(in_addr noInterface) {
+    ReceivingInterfaceAddr = noInterface.s_addr;
+    Socket::DebugLevel = 0;
+  }
+  ~WithoutJoin() {
+    ReceivingInterfaceAddr = interface_;
+    Socket::DebugLevel = debugLevel_;
+  }
   WithoutJoin(const WithoutJoin&) = delete;
   WithoutJoin& operator=(const WithoutJoin&) = delete;
 
  private:
-  const ipv4AddressBits before_ = ReceivingInterfaceAddr;
+  const ipv4AddressBits interface_ = ReceivingInterfaceAddr;
+  const int debugLevel_ = Socket::DebugLevel;
 };
 
 Groupsock* open(UsageEnvironment& env, in_addr address, std::uint16_t port) {
