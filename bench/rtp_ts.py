@@ -180,7 +180,6 @@ def main():
                 costs, lost = measure_one(command, datagrams, port, mbit * 1e6, kind == "rtp", 1,
                                           seconds)
                 results[name] = (costs[0], lost)
-                print(title, mbit, name, costs, lost, flush=True)
             best = min(results["ffmpeg"][0], results["GStreamer"][0])
             for name, (cost, lost) in results.items():
                 verdict = ""
