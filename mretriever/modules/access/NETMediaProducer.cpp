@@ -28,13 +28,20 @@ NETMediaProducerImpl* make(const Sinks& sinks) {
   return new Producer(sinks.audio, sinks.video);
 }
 
+// SOAP is heavy, so its producer is loaded only here.
+NETMediaProducerImpl* pelco(const Sinks& sinks) {
+  using Create = NETMediaProducerImpl*(AbstractSink*, AbstractSink*);
+  auto* create = onDemand<Create>("libmretriever_pelco.so", "mretriever_createPelcoProducer");
+  return create(sinks.audio, sinks.video);
+}
+
 // The first row that holds decides. A Pelco camera gets its own protocol for
 // MPEG-4 and H.264, snapshots through the Bosch producer, and plain HTTP else.
 NETMediaProducerImpl* overHttp(const Sinks& sinks) {
   const std::string model = Cfg::value("CAMERAMODEL");
   if (model == "Pelco") {
     const std::string format = Cfg::value("MEDIA_FORMAT");
-    if (format == "mpeg4" || format == "h264") return make<PelcoMediaProducerImpl>(sinks);
+    if (format == "mpeg4" || format == "h264") return pelco(sinks);
   }
   if (model == "Verint") return make<VSIPMediaProducerImpl>(sinks);
   if (model == "Dante") return make<DanteMediaProducerImpl>(sinks);

@@ -21,7 +21,6 @@ class PendingProducer : public NETMediaProducerImpl {
     name(AbstractSink* audio, AbstractSink* video) : PendingProducer(audio, video, nullptr) {} \
   }
 
-PENDING_PRODUCER(PelcoMediaProducerImpl);
 PENDING_PRODUCER(VSIPMediaProducerImpl);
 PENDING_PRODUCER(DanteMediaProducerImpl);
 PENDING_PRODUCER(SamsungMediaProducerImpl);
