@@ -50,8 +50,8 @@ void PelcoMediaProducerImpl::KeepAliveHolder::refresh(const std::string& address
   const auto request =
       owned(adb_RefreshSession_create_with_values(env, sessionId_.c_str(), kRefreshInterval), env,
             adb_RefreshSession_free);
-  const auto stub = owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env,
-                          axis2_stub_free);
+  const auto stub =
+      owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env, axis2_stub_free);
   LOG_DEBUG("setting up vout_stub auth in KeepAliveHolder()::execute()");
   setupAuth(stub.get(), env);
   LOG_DEBUG("VideoOutput_RefreshSession()");
@@ -67,13 +67,12 @@ void PelcoMediaProducerImpl::KeepAliveHolder::disconnect() {
   const std::string address = pelcoServiceAddress("VideoOutput");
   const auto request = owned(adb_Disconnect_create_with_values(env, sessionId_.c_str(), 0), env,
                              adb_Disconnect_free);
-  const auto stub = owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env,
-                          axis2_stub_free);
+  const auto stub =
+      owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env, axis2_stub_free);
   LOG_DEBUG("setting up vout_stub auth in ~KeepAliveHolder()...");
   setupAuth(stub.get(), env);
-  const auto response =
-      owned(axis2_stub_op_VideoOutput_Disconnect(stub.get(), env, request.get()), env,
-            adb_DisconnectResponse_free);
+  const auto response = owned(axis2_stub_op_VideoOutput_Disconnect(stub.get(), env, request.get()),
+                              env, adb_DisconnectResponse_free);
   if (!response) SESSION_FATAL_REPORT("VideoOutput_Disconnect() failed: %s", soapError(env));
 }
 

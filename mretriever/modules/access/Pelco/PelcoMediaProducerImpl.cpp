@@ -18,8 +18,8 @@ namespace {
 constexpr unsigned kTimestampFrequency = 90000;
 
 // A setter's refusal loses the stream, as a failed call does.
-#define PELCO_SET(format, setter)                                               \
-  do {                                                                          \
+#define PELCO_SET(format, setter)                                                \
+  do {                                                                           \
     if ((setter) != AXIS2_SUCCESS) SESSION_FATAL_REPORT(format, soapError(env)); \
   } while (false)
 
@@ -58,8 +58,8 @@ adb_StreamParameters_t* takeFirstStream(const axutil_env_t* env, adb_QueryRespon
 }
 
 adb_StreamParameters_t* queryStream(const axutil_env_t* env, const std::string& address) {
-  const auto stub = owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env,
-                          axis2_stub_free);
+  const auto stub =
+      owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env, axis2_stub_free);
   LOG_DEBUG("setting up vout_stub auth...");
   setupAuth(stub.get(), env);
   const auto query = owned(adb_Query_create(env), env, adb_Query_free);
@@ -75,8 +75,8 @@ adb_ConnectResponse_t* connectStream(const axutil_env_t* env, const std::string&
   const auto request = owned(adb_Connect_create(env), env, adb_Connect_free);
   PELCO_SET("Could not set stream parameters: %s",
             adb_Connect_set_streamParameters(request.get(), env, stream));
-  const auto stub = owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env,
-                          axis2_stub_free);
+  const auto stub =
+      owned(axis2_stub_create_VideoOutput(env, kClientHome, address.c_str()), env, axis2_stub_free);
   setupAuth(stub.get(), env);
   adb_ConnectResponse_t* response =
       axis2_stub_op_VideoOutput_Connect(stub.get(), env, request.get());
@@ -152,8 +152,7 @@ void PelcoMediaProducerImpl::createSource() {
   const unsigned char payload = older ? 96 : 97;
   const std::string format = Cfg::value("MEDIA_FORMAT");
   if (format == "mpeg4") {
-    source_ =
-        MPEG4ESVideoRTPSource::createNew(*env_, rtpGroupsock_, payload, kTimestampFrequency);
+    source_ = MPEG4ESVideoRTPSource::createNew(*env_, rtpGroupsock_, payload, kTimestampFrequency);
   } else if (format == "h264") {
     source_ = H264VideoRTPSource::createNew(*env_, rtpGroupsock_, payload, kTimestampFrequency);
   } else {
@@ -173,10 +172,11 @@ void PelcoMediaProducerImpl::startStream(int port) {
   const auto connected =
       owned(connectStream(env, videoOutput, stream), env, adb_ConnectResponse_free);
 
-  const auto control = owned(axis2_stub_create_StreamControl(env, kClientHome, streamControl.c_str()),
-                             env, axis2_stub_free);
-  setupAuth(control.get(), env);
+  const auto control =
+      owned(axis2_stub_create_StreamControl(env, kClientHome, streamControl.c_str()), env,
+            axis2_stub_free);
   LOG_DEBUG("setting up ctl_stub auth...");
+  setupAuth(control.get(), env);
   const char* sessionId = sessionIdOf(env, connected.get());
   play(env, control.get(), sessionId);
 

@@ -28,7 +28,8 @@ auto owned(T* object, const axutil_env_t* env, R (*release)(T*, const axutil_env
   return std::unique_ptr<T, decltype(free)>(object, free);
 }
 
-// The text of the last error. It stays until the next one, so that both formats of a report read it.
+// The text of the last error. It stays until the next one, so that both formats of a report read
+// it.
 inline const char* soapError(const axutil_env_t* env) {
   return axutil_error_get_message(env->error);
 }
