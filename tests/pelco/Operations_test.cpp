@@ -171,7 +171,7 @@ TEST_F(PelcoOperations, FailuresLeaveTheirReasonInTheEnvironment) {
                  "<detail><UPnPError>\n <errorCode>402</errorCode>\n "
                  "<errorDescription>Invalid Args</errorDescription>\n</UPnPError></detail>"
                  "</s:Fault>")),
-       "SOAP fault s:Client: UPnPError (402Invalid Args)"},
+       "SOAP fault s:Client: UPnPError (402 Invalid Args)"},
       {"fault with status 200", http("200 OK", soap("<s:Fault>gone\x0d\nwrong</s:Fault>")),
        "SOAP fault: gone wrong"},
       {"no such service", http("404 Not Found", "<html>no</html>"), "HTTP status 404"},

@@ -66,7 +66,9 @@ bool HttpLogin::accepts(const std::string& request) {
 bool HttpLogin::acceptsDigest(const std::string& request, const std::string& header) {
   if (header.rfind("Digest ", 0) != 0) return false;
   auto given = parameters(header.substr(7));
-  const std::string target = request.substr(4, request.find(' ', 4) - 4);
+  const std::string method = request.substr(0, request.find(' '));
+  const std::size_t at = method.size() + 1;
+  const std::string target = request.substr(at, request.find(' ', at) - at);
   const std::lock_guard<std::mutex> held(mutex_);
   if (given["username"] != options_.user || given["realm"] != options_.realm ||
       given["nonce"] != nonce_ || given["uri"] != target || given["opaque"] != options_.opaque) {
@@ -83,7 +85,7 @@ bool HttpLogin::acceptsDigest(const std::string& request, const std::string& hea
     }
     proof += given["nc"] + ":" + given["cnonce"] + ":auth:";
   }
-  if (given["response"] != md5(proof + md5("GET:" + target))) return false;
+  if (given["response"] != md5(proof + md5(method + ":" + target))) return false;
   if (options_.nonceUses > 0 && ++uses_ >= options_.nonceUses) {
     nonce_ = newNonce();
     uses_ = 0;

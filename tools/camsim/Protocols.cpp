@@ -2,6 +2,7 @@
 
 int runHttp(int argc, char** argv);
 int runClip(int argc, char** argv);
+int runPelco(int argc, char** argv);
 int runPushIn(int argc, char** argv);
 int runRtp(int argc, char** argv);
 int runRtsp(int argc, char** argv);
@@ -10,6 +11,7 @@ int runTs(int argc, char** argv);
 const Protocol kProtocols[] = {
     {"http", "motion JPEG, MPEG and audio over HTTP; one JPEG a GET (--bosch)", runHttp},
     {"clip", "writes a test clip as an elementary stream file", runClip},
+    {"pelco", "a Pelco camera: SOAP services, video as RTP", runPelco},
     {"pushin", "a recorder process that pushes into a local socket", runPushIn},
     {"rtp", "a camera that sends RTP video to a port", runRtp},
     {"rtsp", "an RTSP camera: video, audio, metadata", runRtsp},

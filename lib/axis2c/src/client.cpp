@@ -56,10 +56,22 @@ std::string oneLine(const std::string& text) {
   return line.substr(0, line.find_last_not_of(' ') + 1);
 }
 
+// All text below the node, the pieces apart. The parser bounds the depth.
+void collectText(const xmlNode* node, std::string& text) {
+  for (const xmlNode* child = node->children; child != nullptr; child = child->next) {
+    if (child->type == XML_ELEMENT_NODE) {
+      collectText(child, text);
+    } else if (child->content != nullptr && child->type != XML_COMMENT_NODE) {
+      text += ' ';
+      text += reinterpret_cast<const char*>(child->content);
+    }
+  }
+}
+
 std::string contentOf(const xmlNode* node) {
-  xmlChar* text = node == nullptr ? nullptr : xmlNodeGetContent(node);
-  const std::unique_ptr<xmlChar, decltype(xmlFree)> guard(text, xmlFree);
-  return text == nullptr ? "" : oneLine(reinterpret_cast<char*>(text));
+  std::string text;
+  if (node != nullptr) collectText(node, text);
+  return oneLine(text);
 }
 
 std::string describeFault(const xmlNode* fault) {

@@ -10,8 +10,7 @@ namespace axis2c {
 namespace {
 
 constexpr const char* kEnvelopeNamespace = "http://schemas.xmlsoap.org/soap/envelope/";
-constexpr int kParserOptions =
-    XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOBLANKS;
+constexpr int kParserOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
 
 void refuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
   auto* parser = static_cast<xmlParserCtxt*>(context);

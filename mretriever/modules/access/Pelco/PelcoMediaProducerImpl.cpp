@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "Cfg.h"
+#include "DeviceGroupsock.h"
 #include "FailureReport.h"
 #include "PelcoSession.h"
 #include "axis2_stub_StreamControl.h"
@@ -131,16 +132,11 @@ bool PelcoMediaProducerImpl::start() {
 
 // RTP wants an even port.
 int PelcoMediaProducerImpl::openRtpPort() {
-  const NetAddressList any("0.0.0.0", AF_INET);
-  sockaddr_storage address{};
-  copyAddress(address, any.firstAddress());
   Port port(0);
   do {
     delete rtpGroupsock_;
-    rtpGroupsock_ = new Groupsock(*env_, address, Port(0), 1);
-    if (!getSourcePort(*env_, rtpGroupsock_->socketNum(), AF_INET, port)) {
-      SESSION_FATAL_REPORT("CRT-5006 socket() error: %s", env_->getResultMsg());
-    }
+    rtpGroupsock_ = openUnicast(*env_, 0);
+    getSourcePort(*env_, rtpGroupsock_->socketNum(), AF_INET, port);
   } while (ntohs(port.num()) % 2 != 0);
   return ntohs(port.num());
 }
