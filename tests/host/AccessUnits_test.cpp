@@ -119,3 +119,14 @@ TEST(AccessUnits, AUnitThatDoesNotEndIsGivenUpAndTheNextOneCounts) {
   EXPECT_THAT(assembled.units, ElementsAre(kLong + kInter));
   EXPECT_EQ(assembled.assembler.takeDropped(), 1U);
 }
+
+TEST(AccessUnits, AJpegPictureTellsItsSizeAndACutOneDoesNoHarm) {
+  const std::string picture = bytes(
+      {0xFF, 0xD8, 0xFF, 0xE0, 0, 4, 1, 2, 0xFF, 0xC0, 0, 11, 8, 1, 0x20, 1, 0x60, 1, 1, 0x11, 0});
+  for (std::size_t size = 1; size <= picture.size(); ++size) {
+    Assembled assembled(VideoCodec::mjpeg);
+    assembled.add(picture.substr(0, size));
+    ASSERT_EQ(assembled.units.size(), 1U);
+    EXPECT_EQ(assembled.configurations[0], size < 17 ? "" : bytes({1, 0x20, 1, 0x60})) << size;
+  }
+}

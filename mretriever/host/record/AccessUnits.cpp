@@ -19,6 +19,20 @@ bool beginsWithStartCode(const uint8_t* data, std::size_t size) {
   return at < std::min<std::size_t>(size, 4) && (at == 0 || data[0] == 0);
 }
 
+// Height and width of a JPEG picture as its frame header has them; empty when
+// there is none ahead of the scan.
+std::string jpegSize(const uint8_t* data, std::size_t size) {
+  constexpr std::size_t kSizeAt = 5;  // behind marker, length and precision
+  for (std::size_t at = 2; at + kSizeAt + 4 <= size && data[at] == 0xFF;) {
+    const uint8_t marker = data[at + 1];
+    if (marker >= 0xC0 && marker <= 0xC2) {
+      return std::string(data + at + kSizeAt, data + at + kSizeAt + 4);
+    }
+    at += 2 + (static_cast<std::size_t>(data[at + 2]) << 8 | data[at + 3]);
+  }
+  return {};
+}
+
 }  // namespace
 
 // What one start code says about the access unit that it stands in.
@@ -58,6 +72,7 @@ void AccessUnitAssembler::add(const uint8_t* data, std::size_t size, const timev
     pending_.data.assign(data, data + size);
     pending_.tv = tv;
     pending_.key = true;
+    pending_.configuration = jpegSize(data, size);
     hasPicture_ = true;
     emit();
     return;
