@@ -77,6 +77,7 @@ TEST_P(PushIn, TheRecordingPlaysWithAudio) {
   site.recorder().wait();
   EXPECT_EQ(site.retriever.stop(SIGTERM), 0) << site.retriever.output();
 
+  EXPECT_EQ(site.retriever.events("start")[0]["producer"].asString(), "PushInMediaProducerImpl");
   std::string file;
   for (const auto& entry : std::filesystem::directory_iterator(recordings.path())) {
     if (entry.path().extension() == ".mkv") file = entry.path();
