@@ -56,8 +56,8 @@ void setLogin(CURL* curl, const Credentials& login, bool withheld, long scheme, 
 // Worded after the socket call that failed: that is what callers tell network and device apart by.
 std::string describe(CURL* curl, CURLcode code, const axis2_options& options, const char* detail) {
   const std::string reason = *detail == '\0' ? curl_easy_strerror(code) : detail;
-  double connected = 0;
-  curl_easy_getinfo(curl, CURLINFO_CONNECT_TIME, &connected);
+  long requestBytes = 0;
+  curl_easy_getinfo(curl, CURLINFO_REQUEST_SIZE, &requestBytes);
   switch (code) {
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_RESOLVE_PROXY:
@@ -72,7 +72,7 @@ std::string describe(CURL* curl, CURLcode code, const axis2_options& options, co
     case CURLE_PARTIAL_FILE:
       return "Error to read from socket: " + reason;
     case CURLE_OPERATION_TIMEDOUT:
-      if (connected > 0) {
+      if (requestBytes > 0) {
         return "Error to read from socket: no answer within " + std::to_string(options.timeoutMs) +
                " ms";
       }
@@ -134,12 +134,11 @@ bool Transport::post(const axis2_options& options, const std::string& proxy,
   const CURLcode code = curl_easy_perform(curl);
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &reply.status);
+  if (code != CURLE_OK) why = describe(curl, code, options, detail.data());
   // A connection through a proxy belongs to one login; left open it would stand in the way of the
   // next on a device that serves one at a time.
   if (reply.status == 407) curl_.reset(curl_easy_init());
-  if (code == CURLE_OK) return true;
-  why = describe(curl_.get(), code, options, detail.data());
-  return false;
+  return code == CURLE_OK;
 }
 
 }  // namespace axis2c
