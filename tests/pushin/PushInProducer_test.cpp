@@ -323,6 +323,7 @@ TEST(PushInHostilePeers, FullLengthConfigurationEndsInsideTheHeader) {
 }
 
 TEST(PushInFatal, ContentTypesOutOfStepEndTheProcess) {
+  const std::string id = "pushin" + std::to_string(getpid());
   const struct {
     const char* contentType;
     const char* text;
@@ -336,16 +337,18 @@ TEST(PushInFatal, ContentTypesOutOfStepEndTheProcess) {
   };
   for (const auto& c : cases) {
     const auto push = [&] {
-      TestHost host;
+      std::filesystem::remove(recorderSocket(id));  // of the case before
+      TestHost host(TestHost::Keys{{"DEVID", id}});
       Kelvane::PushInMediaProducerImpl producer(host.audio(), host.video(), nullptr);
       host.run(producer);
-      PushInPeer peer(recorderSocket(Cfg::value("DEVID")));
+      PushInPeer peer(recorderSocket(id));
       peer.send(pushMessage("abc", {std::string("Content-Type: ") + c.contentType}));
       host.awaitEnd();
       _exit(9);
     };
     EXPECT_FATAL_EXIT(push(), c.text);
   }
+  std::filesystem::remove(recorderSocket(id));
 }
 
 TEST(PushInSocket, AnyUserMaySendUnderEachName) {

@@ -28,7 +28,11 @@ class Installation {
                    {"MASTER_NODE", ownLoopbackAddress()}},
                   options),
         recorder_(command(recorder)) {}
-  ~Installation() { std::filesystem::remove("/tmp/" + id() + ".jpg"); }
+  ~Installation() {
+    // What a program that did not end in order leaves, and the snapshot.
+    std::filesystem::remove("/tmp/." + id() + ".media.recorder.sock");
+    std::filesystem::remove("/tmp/" + id() + ".jpg");
+  }
 
   Subprocess& recorder() { return recorder_; }
 
