@@ -34,6 +34,8 @@ class JpegScan {
   std::size_t length() const { return last() + 1; }
 
  private:
+  const std::uint8_t* takeFromFresh(const std::uint8_t* fresh, const std::uint8_t* firstEnd,
+                                    const std::uint8_t* end);
   std::size_t last() const { return foundEnd_ ? at_ - 1 : at_; }
 
   std::uint8_t* frame_;

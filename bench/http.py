@@ -1,0 +1,70 @@
+#!/usr/bin/env python3
+"""CPU per gigabyte of an unpaced motion JPEG stream over HTTP, with and without lengths,
+beside ffmpeg and GStreamer on the same stream in the same run."""
+import subprocess
+
+import measure
+
+SECONDS = 2
+ROUNDS = 3
+LIMITS = {"Content-Length": 0.6, "none": 0.4}  # of the better peer
+
+
+class Camera:
+    def __init__(self, length):
+        self.process = subprocess.Popen(
+            [measure.CAMSIM, "http", "--port", "0", "--fps", "0", "--length", length,
+             "--width", "1280", "--height", "720", "--seconds", "2"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+        self.port = self.wait_for("listening on").rsplit(":", 1)[1]
+
+    def wait_for(self, text):
+        while line := self.process.stdout.readline():
+            if line.startswith(text):
+                return line.strip()
+        raise RuntimeError("camsim http has ended")
+
+    def cost_of(self, command):
+        """CPU seconds a gigabyte that the camera sent, and the gigabytes."""
+        cost = measure.run(command, SECONDS)
+        size = int(self.wait_for("sent").split()[1])
+        return cost.per_gigabyte(size), size / 1e9
+
+
+def readers(port):
+    url = f"http://127.0.0.1:{port}/stream"
+    keys = ["PROTO=HTTP", "CAMERAMODEL=any", "MODELID=any", "MEDIA_FORMAT=mjpg", "USRNAME=",
+            "DEVIP=127.0.0.1", f"HTTP_PORT={port}", "HTTP_URL=/stream", "NO_FPS_LIMIT=",
+            "DEVID=bench", "OBJID=1"]
+    return {
+        "mretriever": [measure.MRETRIEVER, *keys, "--log-level", "ERROR"],
+        "ffmpeg": ["ffmpeg", "-v", "error", "-f", "mpjpeg", "-i", url, "-c", "copy",
+                   "-f", "null", "-"],
+        "gstreamer": ["gst-launch-1.0", "-q", "souphttpsrc", f"location={url}", "!",
+                      "multipartdemux", "!", "fakesink"],
+    }
+
+
+def main():
+    rows = []
+    for length, limit in LIMITS.items():
+        camera = Camera(length)
+        try:
+            # Rounds take turns, the least cost counts: other work on the machine only adds.
+            costs = {}
+            for _ in range(ROUNDS):
+                for name, command in readers(camera.port).items():
+                    costs.setdefault(name, []).append(camera.cost_of(command)[0])
+        finally:
+            measure.stop(camera.process)
+        best = {name: min(values) for name, values in costs.items()}
+        peer = min(best["ffmpeg"], best["gstreamer"])
+        rows.append([length, *(f"{best[name]:.3f}" for name in best),
+                     f"{best['mretriever'] / peer:.2f}", f"{limit:.1f}"])
+    measure.table("Motion JPEG over HTTP: CPU seconds per gigabyte",
+                  ["length header", "mretriever", "ffmpeg", "gstreamer", "of better peer", "limit"],
+                  rows)
+
+
+if __name__ == "__main__":
+    main()
