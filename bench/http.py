@@ -5,8 +5,8 @@ import subprocess
 
 import measure
 
-SECONDS = 2
-ROUNDS = 3
+SECONDS = 1
+ROUNDS = 5
 LIMITS = {"Content-Length": 0.6, "none": 0.4}  # of the better peer
 
 
@@ -14,7 +14,7 @@ class Camera:
     def __init__(self, length):
         self.process = subprocess.Popen(
             [measure.CAMSIM, "http", "--port", "0", "--fps", "0", "--length", length,
-             "--width", "1280", "--height", "720", "--seconds", "2"],
+             "--width", "1920", "--height", "1080", "--seconds", "2"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
         self.port = self.wait_for("listening on").rsplit(":", 1)[1]
 
