@@ -4,14 +4,16 @@
 
 #include "BoschMediaProducerImpl.h"
 #include "Cfg.h"
+#include "DanteMediaProducerImpl.h"
 #include "FAKEMediaProducerImpl.h"
 #include "FailureReport.h"
 #include "HTTPMediaProducerImpl.h"
 #include "OnDemand.h"
-#include "PendingProducers.h"
 #include "RTPMediaProducerImpl.h"
 #include "RTSPMediaProducerImpl.h"
+#include "SamsungMediaProducerImpl.h"
 #include "TESTMediaProducerImpl.h"
+#include "VSIPMediaProducerImpl.h"
 
 namespace Kelvane {
 
