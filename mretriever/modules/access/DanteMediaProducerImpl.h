@@ -7,7 +7,7 @@
 
 namespace Kelvane {
 
-class ReadAhead;
+class PacketReader;
 
 // MPEG-4 video from a Dante encoder, all on the host's thread: the encoder is
 // configured over two connections in turn, then a third one logs in and carries
@@ -30,7 +30,7 @@ class DanteMediaProducerImpl : public NETMediaProducerImpl {
 
  private:
   void sendLogin(int sockfd);
-  void receiveVideo(ReadAhead& stream, const dante::_PACKHEADER& packHdr, dante::FrameHead& buf);
+  void receiveVideo(PacketReader& stream, const dante::_PACKHEADER& packHdr, dante::FrameHead& buf);
   std::uint32_t beginIframe();
   void deliver(std::uint32_t size);
 

@@ -7,7 +7,7 @@
 #include "Exceptions.h"
 #include "FailureReport.h"
 #include "Mpeg4Headers.h"
-#include "ReadAhead.h"
+#include "PacketReader.h"
 #include "Retriever.h"
 
 namespace Kelvane {
@@ -35,7 +35,7 @@ void expectRead(ssize_t got) {
 
 // One more header with data of its own stands between the header and the frame.
 // Its data are as long as the first header says.
-void skipSecondHeader(ReadAhead& stream, const _PACKHEADER& packHdr) {
+void skipSecondHeader(PacketReader& stream, const _PACKHEADER& packHdr) {
   dante::RawHeader bytes{};
   expectRead(stream.read(bytes.data(), bytes.size()));
   stream.discard(packHdr.dataSize);  // a lost connection shows at the next read
@@ -53,7 +53,7 @@ void DanteMediaProducerImpl::receive_stream(int sockfd) {
   const Retriever* retriever = Retriever::instance(nullptr, nullptr, nullptr, nullptr);
   LOG_INFO("CRT-0000 Entering to loop to receive video stream");
   dante::FrameHead buf{};
-  ReadAhead stream(sockfd, _PACKHEADER::kSize + buf.size());
+  PacketReader stream(sockfd, _PACKHEADER::kSize + buf.size());
   dante::RawHeader bytes{};
   while (!retriever->isStopped()) {
     expectRead(stream.read(bytes.data(), bytes.size()));
@@ -73,7 +73,7 @@ void DanteMediaProducerImpl::receive_stream(int sockfd) {
 }
 
 // The frame is read to where it is delivered from and turned round in place.
-void DanteMediaProducerImpl::receiveVideo(ReadAhead& stream, const _PACKHEADER& packHdr,
+void DanteMediaProducerImpl::receiveVideo(PacketReader& stream, const _PACKHEADER& packHdr,
                                           dante::FrameHead& buf) {
   expectRead(stream.peek(buf.data(), buf.size()));
   const std::uint32_t dataSize = packHdr.dataSize;

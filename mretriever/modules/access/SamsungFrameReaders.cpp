@@ -9,7 +9,7 @@
 #include "FailureReport.h"
 #include "FramePacer.h"
 #include "Mpeg4Headers.h"
-#include "ReadAhead.h"
+#include "PacketReader.h"
 #include "Retriever.h"
 #include "SamsungMediaProducerImpl.h"
 #include "SamsungWire.h"
@@ -23,7 +23,7 @@ void SamsungMediaProducerImpl::receivePackets(int sockfd, FinishFrame finishFram
   const Retriever* retriever = Retriever::instance(nullptr, nullptr, nullptr, nullptr);
   LOG_INFO("CRT-0000 Entering to loop to receive video stream");
   sendRequest(sockfd, samsung::get_stream_req);
-  ReadAhead stream(sockfd, samsung::PacketHeader::kSize);
+  PacketReader stream(sockfd, samsung::PacketHeader::kSize);
   samsung::RawHeader recv_header{};
   while (!retriever->isStopped()) {
     expectRead(stream.read(recv_header.data(), recv_header.size()));

@@ -6,7 +6,7 @@
 #include "Exceptions.h"
 #include "FailureReport.h"
 #include "FramePacer.h"
-#include "ReadAhead.h"
+#include "PacketReader.h"
 #include "Retriever.h"
 #include "VSIPMediaProducerImpl.h"
 #include "VSIPWire.h"
@@ -27,7 +27,7 @@ void expectRead(ssize_t got) {
 void VSIPMediaProducerImpl::receive_mjpg(int sockfd) {
   const Retriever* retriever = Retriever::instance(nullptr, nullptr, nullptr, nullptr);
   FramePacer pacer;
-  ReadAhead stream(sockfd, vsip::PacketHeader::kSize);
+  PacketReader stream(sockfd, vsip::PacketHeader::kSize);
   vsip::RawHeader hdr{};
   LOG_INFO("CRT-0000 Entering to loop to receive video stream");
   while (!retriever->isStopped()) {
@@ -49,7 +49,7 @@ void VSIPMediaProducerImpl::receive_mpeg4(int sockfd) {
   const Retriever* retriever = Retriever::instance(nullptr, nullptr, nullptr, nullptr);
   vsip::RawHeader hdr{};
   vsip::PayloadHead head{};
-  ReadAhead stream(sockfd, hdr.size() + head.size());
+  PacketReader stream(sockfd, hdr.size() + head.size());
   LOG_INFO("CRT-0000 Entering to loop to receive video stream");
   while (!retriever->isStopped()) {
     expectRead(stream.read(hdr.data(), hdr.size()));

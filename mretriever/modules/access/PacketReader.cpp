@@ -1,4 +1,4 @@
-#include "ReadAhead.h"
+#include "PacketReader.h"
 
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -22,14 +22,14 @@ ssize_t together(std::size_t first, ssize_t second) {
 
 }  // namespace
 
-std::size_t ReadAhead::take(void* to, std::size_t size) {
+std::size_t PacketReader::take(void* to, std::size_t size) {
   const std::size_t taken = std::min(size, held());
   memcpy(to, bytes_.data() + begin_, taken);
   begin_ += taken;
   return taken;
 }
 
-ssize_t ReadAhead::receive(void* to, std::size_t size) {
+ssize_t PacketReader::receive(void* to, std::size_t size) {
   if (failure_ != 0) {
     errno = failure_;
     return -1;
@@ -40,7 +40,7 @@ ssize_t ReadAhead::receive(void* to, std::size_t size) {
 }
 
 // Does not wait for more than one byte: the rest of the payload is the caller's.
-ssize_t ReadAhead::receiveWithNext(void* to, std::size_t size) {
+ssize_t PacketReader::receiveWithNext(void* to, std::size_t size) {
   if (failure_ != 0) return receive(to, size);
   begin_ = end_ = 0;
   iovec parts[] = {{to, size}, {bytes_.data(), ahead_}};
@@ -54,13 +54,13 @@ ssize_t ReadAhead::receiveWithNext(void* to, std::size_t size) {
   return static_cast<ssize_t>(size);
 }
 
-ssize_t ReadAhead::read(void* to, std::size_t size) {
+ssize_t PacketReader::read(void* to, std::size_t size) {
   const std::size_t had = take(to, size);
   if (had == size) return static_cast<ssize_t>(size);
   return together(had, receive(static_cast<std::uint8_t*>(to) + had, size - had));
 }
 
-ssize_t ReadAhead::peek(void* to, std::size_t size) {
+ssize_t PacketReader::peek(void* to, std::size_t size) {
   ssize_t got = 0;
   if (held() < size) {
     memmove(bytes_.data(), bytes_.data() + begin_, held());
@@ -74,7 +74,7 @@ ssize_t ReadAhead::peek(void* to, std::size_t size) {
   return seen > 0 ? static_cast<ssize_t>(seen) : got;
 }
 
-ssize_t ReadAhead::payload(void* to, std::size_t size) {
+ssize_t PacketReader::payload(void* to, std::size_t size) {
   auto* at = static_cast<std::uint8_t*>(to);
   std::size_t have = take(at, size);
   if (have == size) return static_cast<ssize_t>(size);
@@ -85,7 +85,7 @@ ssize_t ReadAhead::payload(void* to, std::size_t size) {
   return together(have, receive(at + have, size - have));
 }
 
-ssize_t ReadAhead::discard(std::size_t size) {
+ssize_t PacketReader::discard(std::size_t size) {
   std::array<std::uint8_t, 8192> scratch;
   std::size_t dropped = 0;
   ssize_t got = 0;

@@ -15,12 +15,12 @@ namespace Kelvane {
 // that no call waits for more than it was asked for. That saves the system
 // call for the next packet's header while packets queue up.
 // The socket stays the caller's, and nobody else may read from it.
-class ReadAhead {
+class PacketReader {
  public:
   static constexpr std::size_t kMost = 32;
 
   // `ahead`: the bytes to take along, kMost at the most.
-  ReadAhead(int socket, std::size_t ahead) : socket_(socket), ahead_(ahead) {}
+  PacketReader(int socket, std::size_t ahead) : socket_(socket), ahead_(ahead) {}
 
   ssize_t read(void* to, std::size_t size);
   // The bytes stay to be read; kMost at the most.
