@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <ctime>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -208,9 +209,9 @@ TEST_F(PelcoOperations, ManyAttributesCostNoSeconds) {
   for (int i = 0; flood.size() < 260000; ++i) flood += " a" + std::to_string(i) + "=''";
   ScriptedDevice device({http("200 OK", soap(flood + "/>"))});
   connect(device.address());
-  const auto begin = std::chrono::steady_clock::now();
+  const std::clock_t begin = std::clock();  // not the wall: other tests share the machine
   EXPECT_FALSE(refresh());
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+  EXPECT_LT(std::clock() - begin, 5 * CLOCKS_PER_SEC);
 }
 
 TEST_F(PelcoOperations, AMuteDeviceIsLeftAfterTheTimeLimit) {
