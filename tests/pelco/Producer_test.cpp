@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <ostream>
+#include <thread>
 
 #include "PelcoMediaProducerImpl.h"
 #include "support/RetrieverProgram.h"
@@ -139,10 +141,12 @@ TEST(PelcoProducer, ARefusedRefreshDoesNotEndTheStream) {
 void outliveTheSession(Camera& camera) {
   Session session(keysFor(camera));
   PelcoMediaProducerImpl::KeepAliveHolder::waitsPerRefresh = 1000;
-  session.host.run(*session.producer);
+  std::thread host([&] { session.producer->start(); });
   if (!camera.process().awaitOutput("session 17 expired")) _exit(2);
   if (camera.output().find("RefreshSession") != std::string::npos) _exit(3);
-  session.end();
+  session.host.stop();
+  host.join();
+  session.producer.reset();
 }
 
 TEST(PelcoProducer, ASessionThatNobodyRefreshedCannotBeDisconnected) {
