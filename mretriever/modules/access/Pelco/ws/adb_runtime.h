@@ -116,77 +116,75 @@ void adb_stub_start(const adb_service_t* service, unsigned op, axis2_stub_t* stu
                     const axutil_env_t* env, adb_record_t* request, void* user_data,
                     adb_complete_t complete, adb_function_t on_complete, adb_error_t on_error);
 
-#define ADB_DECLARE_RECORD(R)                                                                     \
-  extern const adb_type_t adb_type_##R;                                                           \
-  adb_##R##_t* AXIS2_CALL adb_##R##_create(const axutil_env_t* env);                              \
-  axis2_status_t AXIS2_CALL adb_##R##_free(adb_##R##_t* record, const axutil_env_t* env);         \
-  axiom_node_t* AXIS2_CALL adb_##R##_serialize(                                                   \
-      adb_##R##_t* record, const axutil_env_t* env, axiom_node_t* parent,                         \
-      axiom_element_t* parent_element, int parent_tag_closed, axutil_hash_t* namespaces,          \
-      int* next_ns_index);                                                                        \
-  axis2_status_t AXIS2_CALL adb_##R##_deserialize(adb_##R##_t* record, const axutil_env_t* env,   \
-                                                  axiom_node_t** dp_parent,                       \
-                                                  axis2_bool_t* dp_is_early_node_valid,           \
-                                                  axis2_bool_t dont_care_minoccurs);
+#define ADB_DECLARE_RECORD(R)                                                             \
+  extern const adb_type_t adb_type_##R;                                                   \
+  adb_##R##_t* AXIS2_CALL adb_##R##_create(const axutil_env_t* env);                      \
+  axis2_status_t AXIS2_CALL adb_##R##_free(adb_##R##_t* record, const axutil_env_t* env); \
+  axiom_node_t* AXIS2_CALL adb_##R##_serialize(                                           \
+      adb_##R##_t* record, const axutil_env_t* env, axiom_node_t* parent,                 \
+      axiom_element_t* parent_element, int parent_tag_closed, axutil_hash_t* namespaces,  \
+      int* next_ns_index);                                                                \
+  axis2_status_t AXIS2_CALL adb_##R##_deserialize(                                        \
+      adb_##R##_t* record, const axutil_env_t* env, axiom_node_t** dp_parent,             \
+      axis2_bool_t* dp_is_early_node_valid, axis2_bool_t dont_care_minoccurs);
 
-#define ADB_DEFINE_RECORD(R)                                                                      \
-  adb_##R##_t* AXIS2_CALL adb_##R##_create(const axutil_env_t* env) {                             \
-    return (adb_##R##_t*)adb_create(&adb_type_##R, env);                                          \
-  }                                                                                               \
-  axis2_status_t AXIS2_CALL adb_##R##_free(adb_##R##_t* record, const axutil_env_t* env) {        \
-    return adb_free((adb_record_t*)record, env);                                                  \
-  }                                                                                               \
-  axiom_node_t* AXIS2_CALL adb_##R##_serialize(                                                   \
-      adb_##R##_t* record, const axutil_env_t* env, axiom_node_t* parent,                         \
-      axiom_element_t* parent_element, int parent_tag_closed, axutil_hash_t* namespaces,          \
-      int* next_ns_index) {                                                                       \
-    (void)parent_element;                                                                         \
-    (void)parent_tag_closed;                                                                      \
-    (void)namespaces;                                                                             \
-    (void)next_ns_index;                                                                          \
-    return adb_serialize((adb_record_t*)record, env, parent);                                     \
-  }                                                                                               \
-  axis2_status_t AXIS2_CALL adb_##R##_deserialize(adb_##R##_t* record, const axutil_env_t* env,   \
-                                                  axiom_node_t** dp_parent,                       \
-                                                  axis2_bool_t* dp_is_early_node_valid,           \
-                                                  axis2_bool_t dont_care_minoccurs) {             \
-    (void)dp_is_early_node_valid;                                                                 \
-    (void)dont_care_minoccurs;                                                                    \
-    return adb_deserialize((adb_record_t*)record, env, dp_parent);                                \
+#define ADB_DEFINE_RECORD(R)                                                               \
+  adb_##R##_t* AXIS2_CALL adb_##R##_create(const axutil_env_t* env) {                      \
+    return (adb_##R##_t*)adb_create(&adb_type_##R, env);                                   \
+  }                                                                                        \
+  axis2_status_t AXIS2_CALL adb_##R##_free(adb_##R##_t* record, const axutil_env_t* env) { \
+    return adb_free((adb_record_t*)record, env);                                           \
+  }                                                                                        \
+  axiom_node_t* AXIS2_CALL adb_##R##_serialize(                                            \
+      adb_##R##_t* record, const axutil_env_t* env, axiom_node_t* parent,                  \
+      axiom_element_t* parent_element, int parent_tag_closed, axutil_hash_t* namespaces,   \
+      int* next_ns_index) {                                                                \
+    (void)parent_element;                                                                  \
+    (void)parent_tag_closed;                                                               \
+    (void)namespaces;                                                                      \
+    (void)next_ns_index;                                                                   \
+    return adb_serialize((adb_record_t*)record, env, parent);                              \
+  }                                                                                        \
+  axis2_status_t AXIS2_CALL adb_##R##_deserialize(                                         \
+      adb_##R##_t* record, const axutil_env_t* env, axiom_node_t** dp_parent,              \
+      axis2_bool_t* dp_is_early_node_valid, axis2_bool_t dont_care_minoccurs) {            \
+    (void)dp_is_early_node_valid;                                                          \
+    (void)dont_care_minoccurs;                                                             \
+    return adb_deserialize((adb_record_t*)record, env, dp_parent);                         \
   }
 
 /* N: position from 1. T: the type that is got; C: the type that is set; M: the value's member. */
-#define ADB_DECLARE_FIELD(R, N, F, T, C)                                                          \
-  T AXIS2_CALL adb_##R##_get_##F(adb_##R##_t* record, const axutil_env_t* env);                   \
-  T AXIS2_CALL adb_##R##_get_property##N(adb_##R##_t* record, const axutil_env_t* env);           \
-  axis2_status_t AXIS2_CALL adb_##R##_set_##F(adb_##R##_t* record, const axutil_env_t* env,       \
-                                              C value);                                           \
-  axis2_status_t AXIS2_CALL adb_##R##_reset_##F(adb_##R##_t* record, const axutil_env_t* env);    \
-  axis2_bool_t AXIS2_CALL adb_##R##_is_##F##_nil(adb_##R##_t* record, const axutil_env_t* env);   \
+#define ADB_DECLARE_FIELD(R, N, F, T, C)                                                        \
+  T AXIS2_CALL adb_##R##_get_##F(adb_##R##_t* record, const axutil_env_t* env);                 \
+  T AXIS2_CALL adb_##R##_get_property##N(adb_##R##_t* record, const axutil_env_t* env);         \
+  axis2_status_t AXIS2_CALL adb_##R##_set_##F(adb_##R##_t* record, const axutil_env_t* env,     \
+                                              C value);                                         \
+  axis2_status_t AXIS2_CALL adb_##R##_reset_##F(adb_##R##_t* record, const axutil_env_t* env);  \
+  axis2_bool_t AXIS2_CALL adb_##R##_is_##F##_nil(adb_##R##_t* record, const axutil_env_t* env); \
   axis2_status_t AXIS2_CALL adb_##R##_set_##F##_nil(adb_##R##_t* record, const axutil_env_t* env);
 
-#define ADB_DEFINE_FIELD(R, N, F, T, C, M)                                                        \
-  T AXIS2_CALL adb_##R##_get_##F(adb_##R##_t* record, const axutil_env_t* env) {                  \
-    return (T)adb_get((adb_record_t*)record, env, N - 1).M;                                       \
-  }                                                                                               \
-  T AXIS2_CALL adb_##R##_get_property##N(adb_##R##_t* record, const axutil_env_t* env) {          \
-    return adb_##R##_get_##F(record, env);                                                        \
-  }                                                                                               \
-  axis2_status_t AXIS2_CALL adb_##R##_set_##F(adb_##R##_t* record, const axutil_env_t* env,       \
-                                              C value) {                                          \
-    adb_value_t v = {0};                                                                          \
-    v.M = (T)value;                                                                               \
-    return adb_set((adb_record_t*)record, env, N - 1, v);                                         \
-  }                                                                                               \
-  axis2_status_t AXIS2_CALL adb_##R##_reset_##F(adb_##R##_t* record, const axutil_env_t* env) {   \
-    return adb_reset((adb_record_t*)record, env, N - 1);                                          \
-  }                                                                                               \
-  axis2_bool_t AXIS2_CALL adb_##R##_is_##F##_nil(adb_##R##_t* record, const axutil_env_t* env) {  \
-    return adb_is_nil((adb_record_t*)record, env, N - 1);                                         \
-  }                                                                                               \
-  axis2_status_t AXIS2_CALL adb_##R##_set_##F##_nil(adb_##R##_t* record,                          \
-                                                    const axutil_env_t* env) {                    \
-    return adb_set_nil((adb_record_t*)record, env, N - 1);                                        \
+#define ADB_DEFINE_FIELD(R, N, F, T, C, M)                                                       \
+  T AXIS2_CALL adb_##R##_get_##F(adb_##R##_t* record, const axutil_env_t* env) {                 \
+    return (T)adb_get((adb_record_t*)record, env, N - 1).M;                                      \
+  }                                                                                              \
+  T AXIS2_CALL adb_##R##_get_property##N(adb_##R##_t* record, const axutil_env_t* env) {         \
+    return adb_##R##_get_##F(record, env);                                                       \
+  }                                                                                              \
+  axis2_status_t AXIS2_CALL adb_##R##_set_##F(adb_##R##_t* record, const axutil_env_t* env,      \
+                                              C value) {                                         \
+    adb_value_t v = {0};                                                                         \
+    v.M = (T)value;                                                                              \
+    return adb_set((adb_record_t*)record, env, N - 1, v);                                        \
+  }                                                                                              \
+  axis2_status_t AXIS2_CALL adb_##R##_reset_##F(adb_##R##_t* record, const axutil_env_t* env) {  \
+    return adb_reset((adb_record_t*)record, env, N - 1);                                         \
+  }                                                                                              \
+  axis2_bool_t AXIS2_CALL adb_##R##_is_##F##_nil(adb_##R##_t* record, const axutil_env_t* env) { \
+    return adb_is_nil((adb_record_t*)record, env, N - 1);                                        \
+  }                                                                                              \
+  axis2_status_t AXIS2_CALL adb_##R##_set_##F##_nil(adb_##R##_t* record,                         \
+                                                    const axutil_env_t* env) {                   \
+    return adb_set_nil((adb_record_t*)record, env, N - 1);                                       \
   }
 
 #define ADB_DECLARE_LIST(R, F, T, C)                                                              \
@@ -226,12 +224,12 @@ void adb_stub_start(const adb_service_t* service, unsigned op, axis2_stub_t* stu
   }
 
 /* S: service, X: operation, AT: its position in the service's table. */
-#define ADB_DECLARE_OPERATION(S, X)                                                               \
-  adb_##X##Response_t* AXIS2_CALL axis2_stub_op_##S##_##X(                                        \
-      axis2_stub_t* stub, const axutil_env_t* env, adb_##X##_t* request);                         \
-  void AXIS2_CALL axis2_stub_start_op_##S##_##X(                                                  \
-      axis2_stub_t* stub, const axutil_env_t* env, adb_##X##_t* request, void* user_data,         \
-      axis2_status_t(AXIS2_CALL* on_complete)(const axutil_env_t*, adb_##X##Response_t*, void*),  \
+#define ADB_DECLARE_OPERATION(S, X)                                                              \
+  adb_##X##Response_t* AXIS2_CALL axis2_stub_op_##S##_##X(                                       \
+      axis2_stub_t* stub, const axutil_env_t* env, adb_##X##_t* request);                        \
+  void AXIS2_CALL axis2_stub_start_op_##S##_##X(                                                 \
+      axis2_stub_t* stub, const axutil_env_t* env, adb_##X##_t* request, void* user_data,        \
+      axis2_status_t(AXIS2_CALL* on_complete)(const axutil_env_t*, adb_##X##Response_t*, void*), \
       axis2_status_t(AXIS2_CALL* on_error)(const axutil_env_t*, int exception, void*));
 
 #define ADB_DEFINE_OPERATION(S, X, AT)                                                            \
