@@ -51,9 +51,10 @@ int objectId() {
 Program::Program(const Options& options)
     : options_(options),
       status_(options.traceFile == "-" ? stderr : stdout),
-      control_({options.durationSeconds, options.stopGraceSeconds}, status_,
+      control_({options.durationSeconds, options.stopGraceSeconds}, {&status_, &service_},
                [this](const char* reason) {
                  if (trace_) trace_->stopped(reason);
+                 service_.stopping();
                  retriever_.stop();
                }) {
   for (const auto& [key, value] : options_.settings) Cfg::insert(key, value);
@@ -83,6 +84,7 @@ void Program::openRecordingAndBroker() {
   if (trace_) observers_.add(trace_.get());
   status_.setVideoCodec(optionalKey("MEDIA_FORMAT", ""));
   observers_.add(&status_);
+  observers_.add(&service_);
   if (!options_.recordFolder.empty()) {
     recording_ = openRecording({options_.recordFolder, optionalKey("DEVID", "camera"),
                                 optionalKey("MEDIA_FORMAT", ""), options_.segmentSeconds});
@@ -107,6 +109,7 @@ void Program::receive() {
   const Kelvane::NETMediaProducerImpl& made = *producer;
   if (trace_) trace_->started(className(typeid(made)));
   producer->init();
+  service_.ready();
   const bool result = producer->start();
   control_.streamEnded();
   if (trace_) trace_->ended(result);

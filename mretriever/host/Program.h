@@ -10,6 +10,7 @@
 #include "Options.h"
 #include "Recording.h"
 #include "Retriever.h"
+#include "ServiceManager.h"
 #include "StatusLine.h"
 #include "StopControl.h"
 #include "TraceWriter.h"
@@ -37,6 +38,7 @@ class Program {
   const Options options_;
   Kelvane::Retriever retriever_;
   StatusLine status_;
+  ServiceManager service_;
   std::unique_ptr<TraceWriter> trace_;
   Recording* recording_ = nullptr;
   ObserverFan observers_;

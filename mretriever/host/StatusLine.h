@@ -6,20 +6,21 @@
 #include <cstdio>
 
 #include "HostObserver.h"
+#include "StopControl.h"
 
 namespace host {
 
 // How the stream is doing: one line that is rewritten on a terminal, a plain
 // line every few seconds elsewhere; left out while nobody reads. Events come
 // from any thread; tick() is called from one, finish() once, from any.
-class StatusLine : public Kelvane::HostObserver {
+class StatusLine : public Kelvane::HostObserver, public Ticking {
  public:
   explicit StatusLine(FILE* to);
 
   // As MEDIA_FORMAT or a sink has it; without it every delivery is a picture.
   void setVideoCodec(const std::string& name);
-  std::chrono::milliseconds interval() const { return interval_; }
-  void tick();    // at each interval
+  std::chrono::milliseconds interval() const override { return interval_; }
+  void tick() override;
   void finish();  // a last line about the whole run
 
   void onInit(Kelvane::MEDIA_TYPE media, const std::string& codec, const std::string&) override;

@@ -9,7 +9,6 @@
 
 #include "AccessLog.h"
 #include "Leaving.h"
-#include "StatusLine.h"
 
 namespace host {
 
@@ -40,9 +39,11 @@ std::optional<int> awaitSignal(std::chrono::steady_clock::time_point until) {
 
 }  // namespace
 
-StopControl::StopControl(const Times& times, StatusLine& status,
+StopControl::StopControl(const Times& times, const std::vector<Ticking*>& ticking,
                          std::function<void(const char*)> stop)
-    : times_(times), status_(status), stop_(std::move(stop)) {}
+    : times_(times), stop_(std::move(stop)) {
+  for (Ticking* each : ticking) ticks_.push_back({each, Clock::now() + each->interval()});
+}
 
 void StopControl::blockSignals() {
   const sigset_t signals = stopSignals();
@@ -56,9 +57,9 @@ void StopControl::start() {
 }
 
 void StopControl::run() {
-  Clock::time_point nextStatus = Clock::now() + status_.interval();
   for (;;) {
-    Clock::time_point next = nextStatus;
+    Clock::time_point next = Clock::time_point::max();
+    for (const Tick& each : ticks_) next = std::min(next, each.next);
     if (durationEnd_) next = std::min(next, *durationEnd_);
     if (graceEnd_ && !ended_.load()) next = std::min(next, *graceEnd_);
     if (const auto number = awaitSignal(next)) onSignal(*number);
@@ -70,10 +71,15 @@ void StopControl::run() {
                times_.graceSeconds);
       leave(0);
     }
-    if (now >= nextStatus) {
-      status_.tick();
-      nextStatus = now + status_.interval();
-    }
+    tick(now);
+  }
+}
+
+void StopControl::tick(Clock::time_point now) {
+  for (Tick& each : ticks_) {
+    if (now < each.next) continue;
+    each.what->tick();
+    each.next = now + each.what->interval();
   }
 }
 

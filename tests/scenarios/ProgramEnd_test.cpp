@@ -168,3 +168,42 @@ TEST(ProgramEnd, TheStopFlagLetsStartReturnWithinTheGrace) {
   EXPECT_EQ(program.wait(), 0);
   EXPECT_EQ(program.events("end").size(), 1U);
 }
+
+TEST(ServiceManager, HearsOfReadinessAndOfLifeOnlyWhileFramesCome) {
+  const BlockedReplay replay;
+  const std::string path = replay.folder.path() + "/notify";
+  const Kelvane::UniqueFd manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  path.copy(name.sun_path, sizeof name.sun_path - 1);
+  ASSERT_EQ(bind(manager.get(), reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+  std::string heard;
+  const auto hears = [&](const std::string& text, std::chrono::milliseconds patience) {
+    return eventually(
+        [&] {
+          char block[256];
+          ssize_t got = 0;
+          while ((got = recv(manager.get(), block, sizeof block, MSG_DONTWAIT)) > 0) {
+            heard.append(block, static_cast<std::size_t>(got)).append("\n");
+          }
+          return heard.find(text) != std::string::npos;
+        },
+        patience);
+  };
+
+  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  setenv("WATCHDOG_USEC", "400000", 1);
+  RetrieverProgram program(replay.keys());
+  unsetenv("NOTIFY_SOCKET");
+  unsetenv("WATCHDOG_USEC");
+  EXPECT_TRUE(hears("READY=1", kPatience));
+  EXPECT_TRUE(hears("WATCHDOG=1", kPatience)) << "the start counts as life";
+  const Kelvane::UniqueFd writer = replay.reached();
+  heard.clear();
+  EXPECT_FALSE(hears("WATCHDOG=1", std::chrono::milliseconds(1000))) << "nothing has come";
+  const std::string frames("\0\0\0\1\x67\x42\0\0\1\x65\x88\0\0\1\x65\x88\0\0\1\x65\x88", 22);
+  ASSERT_EQ(write(writer.get(), frames.data(), frames.size()), 22);
+  ASSERT_TRUE(eventually([&] { return hears("", kPatience); }));
+  program.stop(SIGTERM);
+  EXPECT_TRUE(hears("STOPPING=1", kPatience));
+}
