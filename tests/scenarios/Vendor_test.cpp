@@ -1,0 +1,77 @@
+#include <signal.h>
+
+#include <filesystem>
+
+#include "support/RetrieverProgram.h"
+#include "support/TestHost.h"
+
+using namespace testsupport;
+
+namespace {
+
+struct Case {
+  const char* protocol;
+  const char* model;
+  const char* format;
+  const char* codec;  // as ffprobe names it
+  std::vector<std::string> options;
+};
+void PrintTo(const Case& each, std::ostream* out) {
+  *out << each.protocol << " " << each.format;
+}
+class VendorDevices : public testing::TestWithParam<Case> {};
+
+}  // namespace
+
+// From the device's packets to a file that plays, joined in mid-frame.
+TEST_P(VendorDevices, TheRecordingPlays) {
+  const Case& each = GetParam();
+  const std::string address = ownLoopbackAddress();
+  std::vector<std::string> command{builtProgram("camsim"), each.protocol, "--address", address,
+                                   "--mid-frame",          "--seconds",   "2"};
+  command.insert(command.end(), each.options.begin(), each.options.end());
+  Subprocess device(command);
+  ASSERT_TRUE(device.awaitOutput(std::string(each.protocol) + " on ")) << device.output();
+
+  TemporaryFolder folder;
+  RetrieverProgram program({{"PROTO", "HTTP"},
+                            {"CAMERAMODEL", each.model},
+                            {"MEDIA_FORMAT", each.format},
+                            {"DEVIP", address},
+                            {"USRNAME", "admin"},
+                            {"PASSWD", "1234"},
+                            {"FRAMERATE", "25"},
+                            {"IMAGESIZE", "fullsize"},
+                            {"CAMCOMPRESSION", "2"},
+                            {"CAMERA", "1"},
+                            {"RC_MODE", "cbr"},
+                            {"RC_MAXBITRATE", "1000"},
+                            {"VSIP_PORT", "5010"},
+                            {"HTTP_PORT", "5080"},
+                            {"VSIP_TARGET_SIP", "10.0.0.9"},
+                            {"VSIP_SOURCE_GUID", "source"},
+                            {"VSIP_TARGET_GUID", "target"},
+                            {"DEFINEDUID", std::string(66, '7')}},
+                           {"--record", folder.path()});
+  ASSERT_TRUE(program.awaitEvents("frame", 30)) << program.output() << device.output();
+  EXPECT_EQ(program.stop(SIGTERM), 0) << program.output();
+  EXPECT_EQ(device.output().find("wrong"), std::string::npos) << device.output();
+
+  std::string recording;
+  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+    if (entry.path().extension() == ".mkv") recording = entry.path();
+  }
+  const std::string probe =
+      outputOf({"ffprobe", "-v", "error", "-count_frames", "-show_entries",
+                "stream=codec_name,width,height", "-of", "csv=p=0", recording});
+  EXPECT_EQ(probe, std::string(each.codec) + ",352,288\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, VendorDevices,
+    testing::Values(
+        Case{"samsung", "Samsung", "mpeg4", "mpeg4", {}},
+        Case{"samsung", "Samsung", "mjpg", "mjpeg", {}},
+        Case{"dante", "Dante", "mpeg4", "mpeg4", {"--second-headers"}},
+        Case{"vsip", "Verint", "mpeg4", "mpeg4", {"--http-port", "5080"}},
+        Case{"vsip", "Verint", "mjpg", "mjpeg", {"--http-port", "5080", "--format", "mjpg"}}));
