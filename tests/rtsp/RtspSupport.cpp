@@ -13,7 +13,9 @@ std::string RtspRequest::header(const std::string& name) const {
   return text.substr(begin, text.find("\r\n", begin) - begin);
 }
 
-ScriptedCamera::ScriptedCamera() : mediaLines_(kH264Lines), thread_([this] { serve(); }) {}
+ScriptedCamera::ScriptedCamera() : script_{kH264Lines, {}, "", nullptr} {
+  thread_ = std::thread([this] { serve(); });
+}
 
 ScriptedCamera::~ScriptedCamera() {
   done_ = true;
@@ -29,7 +31,23 @@ ScriptedCamera::~ScriptedCamera() {
 }
 
 void ScriptedCamera::describes(const std::string& mediaLines) {
-  mediaLines_ = mediaLines;
+  std::lock_guard<std::mutex> held(mutex_);
+  script_.mediaLines = mediaLines;
+}
+
+void ScriptedCamera::answers(const std::string& method, Answer answer) {
+  std::lock_guard<std::mutex> held(mutex_);
+  script_.answers[method] = std::move(answer);
+}
+
+void ScriptedCamera::closesAt(const std::string& method) {
+  std::lock_guard<std::mutex> held(mutex_);
+  script_.closesAt = method;
+}
+
+void ScriptedCamera::afterPlay(AfterPlay call) {
+  std::lock_guard<std::mutex> held(mutex_);
+  script_.afterPlay = std::move(call);
 }
 
 TestHost::Keys ScriptedCamera::keys() const {
@@ -74,12 +92,12 @@ std::string ScriptedCamera::reply(const RtspRequest& request, const std::string&
   return text + "\r\n" + body;
 }
 
-std::string ScriptedCamera::answerTo(const RtspRequest& request) {
-  const auto scripted = answers_.find(request.method);
-  if (scripted != answers_.end()) return scripted->second(request);
+std::string ScriptedCamera::answerTo(const RtspRequest& request, const Script& script) const {
+  const auto scripted = script.answers.find(request.method);
+  if (scripted != script.answers.end()) return scripted->second(request);
   if (request.method == "DESCRIBE") {
     return reply(request, "200 OK", "Content-Base: " + url() + "/\r\n",
-                 "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=camera\r\nt=0 0\r\n" + mediaLines_);
+                 "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=camera\r\nt=0 0\r\n" + script.mediaLines);
   }
   if (request.method == "SETUP") {
     std::string transport = request.header("Transport");
@@ -93,11 +111,15 @@ void ScriptedCamera::serve() {
   for (;;) {
     PeerConnection connection = peer_.accept();
     if (done_) return;
-    if (connection.open()) serveConnection(std::move(connection));
+    if (!connection.open()) continue;
+    std::unique_lock<std::mutex> held(mutex_);
+    const Script script = script_;
+    held.unlock();
+    serveConnection(std::move(connection), script);
   }
 }
 
-void ScriptedCamera::serveConnection(PeerConnection connection) {
+void ScriptedCamera::serveConnection(PeerConnection connection, const Script& script) {
   for (;;) {
     // Receiver reports of the client come in between, in frames of their own.
     std::string text;
@@ -117,9 +139,9 @@ void ScriptedCamera::serveConnection(PeerConnection connection) {
       std::lock_guard<std::mutex> held(mutex_);
       requests_.push_back(request);
     }
-    if (request.method == closesAt_) return;
-    connection.write(answerTo(request));
-    if (request.method == "PLAY" && afterPlay_) afterPlay_(connection);
+    if (request.method == script.closesAt) return;
+    connection.write(answerTo(request, script));
+    if (request.method == "PLAY" && script.afterPlay) script.afterPlay(connection);
     if (!connection.open()) return;
   }
 }

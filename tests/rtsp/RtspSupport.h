@@ -37,10 +37,10 @@ class ScriptedCamera {
 
   // Before the producer starts.
   void describes(const std::string& mediaLines);
-  void answers(const std::string& method, Answer answer) { answers_[method] = std::move(answer); }
-  void closesAt(const std::string& method) { closesAt_ = method; }
+  void answers(const std::string& method, Answer answer);
+  void closesAt(const std::string& method);
   // Runs on the camera's thread behind the answer to PLAY.
-  void afterPlay(AfterPlay call) { afterPlay_ = std::move(call); }
+  void afterPlay(AfterPlay call);
 
   TestHost::Keys keys() const;
   std::string url() const;
@@ -52,16 +52,20 @@ class ScriptedCamera {
                            const std::string& headers = "", const std::string& body = "");
 
  private:
+  struct Script {
+    std::string mediaLines;
+    std::map<std::string, Answer> answers;
+    std::string closesAt;
+    AfterPlay afterPlay;
+  };
+
   void serve();
-  void serveConnection(PeerConnection connection);
-  std::string answerTo(const RtspRequest& request);
+  void serveConnection(PeerConnection connection, const Script& script);
+  std::string answerTo(const RtspRequest& request, const Script& script) const;
 
   TcpPeer peer_;
-  std::string mediaLines_;
-  std::map<std::string, Answer> answers_;
-  std::string closesAt_;
-  AfterPlay afterPlay_;
   std::mutex mutex_;
+  Script script_;
   std::vector<RtspRequest> requests_;
   std::atomic<bool> done_{false};
   std::thread thread_;

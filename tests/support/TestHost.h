@@ -33,6 +33,8 @@ class CapturingSink : public Kelvane::AbstractSink {
   // `readsConfig`: init() carries configuration bytes and their number.
   CapturingSink(UsageEnvironment& env, bool readsConfig)
       : AbstractSink(env), readsConfig_(readsConfig) {}
+  // A producer deletes its sinks on its own thread: behind the last look at them.
+  ~CapturingSink() override { std::lock_guard<std::mutex> held(mutex_); }
 
   void init(const char* codec, ...) override;
   void addData(unsigned char* data, unsigned int size, const timeval& tv) override;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <typeinfo>
 
 namespace Kelvane {
 
@@ -87,9 +88,10 @@ void ReadAheadScheduler::moveSocketHandling(int from, int to) {
 // Stands ahead of the library's function of the same name, which does the rest.
 int readSocket(UsageEnvironment& env, int socket, unsigned char* buffer, unsigned bufferSize,
                sockaddr_storage& fromAddress) {
-  auto* scheduler = dynamic_cast<Kelvane::ReadAheadScheduler*>(&env.taskScheduler());
-  if (scheduler != nullptr && scheduler->readsAhead(socket)) {
-    return scheduler->read(buffer, bufferSize);
+  // Called for single bytes: cheaper than a dynamic_cast, and the class is final.
+  if (typeid(env.taskScheduler()) == typeid(Kelvane::ReadAheadScheduler)) {
+    auto& scheduler = static_cast<Kelvane::ReadAheadScheduler&>(env.taskScheduler());
+    if (scheduler.readsAhead(socket)) return scheduler.read(buffer, bufferSize);
   }
   using Function = int(UsageEnvironment&, int, unsigned char*, unsigned, sockaddr_storage&);
   static auto* const library = reinterpret_cast<Function*>(

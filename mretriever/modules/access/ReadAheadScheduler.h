@@ -16,7 +16,7 @@ namespace Kelvane {
 // readSocket() first, nothing is read ahead and all works as before.
 //
 // Belongs to one thread, like all of live555.
-class ReadAheadScheduler : public BasicTaskScheduler {
+class ReadAheadScheduler final : public BasicTaskScheduler {
  public:
   // `tickMicros`: the loop turns at least this often; 0 for no limit.
   static ReadAheadScheduler* createNew(unsigned tickMicros);

@@ -1,0 +1,140 @@
+#!/usr/bin/env python3
+"""RTSP reception against ffmpeg and GStreamer, on one stream of the simulated camera.
+
+CPU per gigabyte and peak memory over TCP and UDP, the time from a process's start
+to its first frame, and many processes of 2 Mbit/s each over TCP.
+"""
+import json
+import re
+import statistics
+import subprocess
+import time
+
+from measure import CAMSIM, MRETRIEVER, cpu_seconds, pss_mb, run, start, stop, table
+
+SECONDS = 10
+PROCESSES = 50
+FRAME_SECONDS = 0.04
+
+
+class Camera:
+    def __init__(self, *options):
+        self.process = start([CAMSIM, "rtsp", "--port", "0", "--seconds", "2", *options],
+                             stdout=subprocess.PIPE, text=True)
+        self.url = self.process.stdout.readline().strip()
+        self.port = re.search(r":(\d+)/", self.url).group(1)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        stop(self.process)
+
+
+def ours(camera, transport, *options):
+    return [MRETRIEVER, "PROTO=RTSP", "DEVIP=127.0.0.1", f"RTSP_PORT={camera.port}",
+            "RTSP_URL=/live", "USRNAME=", "PASSWD=", "CAMERAMODEL=any", "MODELID=any",
+            "MEDIA_FORMAT=h264", "DEVID=bench", "OBJID=1", "--log-level", "ERROR",
+            f"RTP_OVER_TCP={'on' if transport == 'tcp' else 'off'}", *options]
+
+
+def ffmpeg(camera, transport):
+    return ["ffmpeg", "-nostdin", "-v", "error", "-rtsp_transport", transport, "-i", camera.url,
+            "-c", "copy", "-f", "null", "-"]
+
+
+def gstreamer(camera, transport):
+    return ["gst-launch-1.0", "-q", "rtspsrc", f"location={camera.url}", f"protocols={transport}",
+            "!", "fakesink", "sync=false"]
+
+
+def rate_of(camera, transport):
+    """Bytes a second, as the program counts them."""
+    text = run(ours(camera, transport), seconds=SECONDS / 2, output=subprocess.PIPE).output
+    return max(float(kbps) for kbps in re.findall(r"(\d+) kbit/s", text)) * 1000 / 8
+
+
+def bulk():
+    rows = []
+    for transport, speed in (("tcp", "6"), ("udp", "3")):
+        with Camera("--width", "1280", "--height", "720", "--kbps", "50000", "--speed",
+                    speed) as camera:
+            rate = rate_of(camera, transport)
+            for name, command in (("mretriever", ours), ("ffmpeg", ffmpeg),
+                                  ("gstreamer", gstreamer)):
+                cost = run(command(camera, transport), seconds=SECONDS)
+                rows.append([transport, f"{rate * 8 / 1e6:.0f}", name, f"{cost.cpu:.2f}",
+                             f"{cost.per_gigabyte(rate * SECONDS):.2f}", f"{cost.peak_mb:.1f}"])
+    table("One stream", ["over", "Mbit/s", "client", "CPU s", "CPU s/GB", "peak MB"], rows)
+
+
+def first_frame():
+    """Milliseconds from the start of the process to the first frame of the camera."""
+    times = []
+    with Camera() as camera:
+        for _ in range(15):
+            begin = time.time()
+            process = start(ours(camera, "tcp", "--trace", "-"), stdout=subprocess.PIPE,
+                            stderr=subprocess.DEVNULL, text=True)
+            frames = (event for event in map(json.loads, process.stdout)
+                      if event["event"] == "frame")
+            next(frames)  # the parameter sets of the description
+            seconds, micros = next(frames)["tv"]
+            times.append((seconds + micros / 1e6 - begin) * 1000)
+            stop(process)
+    table("Start to first frame", ["median ms", "worst ms"],
+          [[f"{statistics.median(times):.0f}", f"{max(times):.0f}"]])
+
+
+def cpu_and_memory(commands):
+    processes = [start(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                 for command in commands]
+    time.sleep(4)
+    before = [cpu_seconds(process.pid) for process in processes]
+    time.sleep(2 * SECONDS)
+    cpu = [cpu_seconds(process.pid) - b for process, b in zip(processes, before)]
+    memory = [pss_mb(process.pid) for process in processes]
+    for process in processes:
+        stop(process)
+    return 100 * sum(cpu) / len(cpu) / (2 * SECONDS), sum(memory) / len(memory)
+
+
+def late_frames(trace):
+    """Pictures that came more than a frame's time late, and all of them."""
+    times = {}
+    with open(trace) as lines:
+        for event in map(json.loads, lines):
+            # NAL units of 1 (slice) and 5 (key slice); a picture may have several.
+            if event["event"] == "frame" and int(event["head"][:2] or "0", 16) & 31 in (1, 5):
+                times[event["tv"][0] * 1000000 + event["tv"][1]] = True
+    stamps = sorted(times)
+    if not stamps:
+        return 0, 0
+    gaps = [(b - a) / 1e6 for a, b in zip(stamps, stamps[1:])]
+    return sum(gap > 2 * FRAME_SECONDS for gap in gaps), round(
+        (stamps[-1] - stamps[0]) / 1e6 / FRAME_SECONDS)
+
+
+def many():
+    rows = []
+    trace = "/tmp/mretriever-bench-rtsp.jsonl"
+    with Camera("--width", "704", "--height", "576", "--kbps", "2000") as camera:
+        rate = rate_of(camera, "tcp") * 8 / 1e6
+        watch = start(ours(camera, "tcp", "--trace", trace), stdout=subprocess.DEVNULL,
+                      stderr=subprocess.DEVNULL)
+        share, memory = cpu_and_memory([ours(camera, "tcp")] * PROCESSES)
+        stop(watch)
+        late, pictures = late_frames(trace)
+        rows.append(["mretriever", PROCESSES, f"{share:.3f}", f"{memory:.1f}",
+                     f"{late} of {pictures}"])
+        for name, command in (("ffmpeg", ffmpeg), ("gstreamer", gstreamer)):
+            share, memory = cpu_and_memory([command(camera, "tcp")] * PROCESSES)
+            rows.append([name, PROCESSES, f"{share:.3f}", f"{memory:.1f}", ""])
+    table(f"Many processes of {rate:.1f} Mbit/s each, TCP",
+          ["client", "processes", "% of a core each", "PSS MB each", "late frames"], rows)
+
+
+if __name__ == "__main__":
+    bulk()
+    first_frame()
+    many()
