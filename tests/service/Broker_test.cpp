@@ -1,0 +1,164 @@
+// lib/cms and the broker transports against a real broker, its own Java client,
+// and peers that are no broker.
+#include <cms/ConnectionFactory.h>
+#include <gmock/gmock.h>
+#include <thrift/transport/TTransportException.h>
+
+#include "ElogHandler.h"
+#include "Servers.h"
+#include "TDX_CMS_Transport_Impl.h"
+#include "support/TcpPeer.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testsupport::action;
+using testsupport::BrokerServer;
+using testsupport::kBrokerPassword;
+using testsupport::kBrokerUser;
+using testsupport::RunningElog;
+using testsupport::submit;
+
+TDX_Service serviceOn(const BrokerServer& broker, const std::string& password = kBrokerPassword) {
+  return {"127.0.0.1", broker.port(), kBrokerUser, password, TDX_Service::Transport_CMS};
+}
+
+std::unique_ptr<cms::Connection> connect(const std::string& uri) {
+  const std::unique_ptr<cms::ConnectionFactory> factory(
+      cms::ConnectionFactory::createCMSConnectionFactory(uri));
+  std::unique_ptr<cms::Connection> connection(
+      factory->createConnection(kBrokerUser, kBrokerPassword));
+  connection->start();
+  return connection;
+}
+
+std::string failureOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::exception& failure) {
+    return failure.what();
+  }
+  return "no failure";
+}
+
+std::string callBytes(const std::string& method) {
+  std::string name(4, '\0');
+  name[3] = static_cast<char>(method.size());
+  return std::string("\x80\x01\x00\x01", 4) + name + method + std::string(5, '\0');
+}
+
+}  // namespace
+
+TEST(Broker, CallsAndTheJavaClientOnBothSides) {
+  BrokerServer broker;
+  {
+    TDX_Service service = serviceOn(broker);
+    RunningElog elog(service);
+    auto client = elog.client();
+    EXPECT_EQ("yes", submit(*client, "yes"));
+    EXPECT_THROW(submit(*client, "refuse"), NV_TDX::FwException);
+    client->submitActionA(action("one way"));
+
+    std::vector<std::thread> callers;
+    std::atomic<int> right{0};
+    for (int caller = 0; caller < 3; ++caller)
+      callers.emplace_back([&, caller] {
+        NV_TDX::ELogClient own(serviceOn(broker).proto_(RunningElog::kName));
+        for (int i = 0; i < 50; ++i) {
+          const std::string message = std::to_string(caller) + "/" + std::to_string(i);
+          if (submit(own, message) == message) ++right;
+        }
+      });
+    for (std::thread& caller : callers) caller.join();
+    EXPECT_EQ(150, right);
+
+    // A text message is no call: reported, and the next one is served.
+    testing::internal::CaptureStderr();
+    const auto text = javaClient(broker, "text", RunningElog::kName, "hello");
+    EXPECT_EQ(0, text->wait()) << text->output();
+    const auto java =
+        javaClient(broker, "call", RunningElog::kName, testsupport::toHex(callBytes("nope")));
+    EXPECT_EQ(0, java->wait()) << java->output();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Foreign message"));
+    EXPECT_THAT(java->output(), HasSubstr(testsupport::toHex("Invalid method name: 'nope'")));
+    EXPECT_THAT(java->output(), HasSubstr("correlation=call-\u00e9-7."));
+    EXPECT_THAT(java->output(), HasSubstr("persistent=false"));
+  }
+  // A reply without success and exception, made by the other side.
+  const auto java = javaClient(broker, "serve", "java.elog",
+                               "80010002"
+                               "0000000c" +
+                                   testsupport::toHex("submitAction") +
+                                   "00000000"
+                                   "00");
+  ASSERT_TRUE(java->awaitOutput("ready")) << java->output();
+  NV_TDX::ELogClient client(serviceOn(broker).proto_("java.elog"));
+  EXPECT_THAT(failureOf([&] { submit(client, "hello"); }), HasSubstr("unknown result"));
+  EXPECT_EQ(0, java->wait()) << java->output();
+  EXPECT_THAT(java->output(),
+              HasSubstr("body=800100010000000c" + testsupport::toHex("submitAction")));
+  EXPECT_THAT(java->output(), HasSubstr("replyTo=queue://CPP_"));
+  EXPECT_THAT(java->output(), HasSubstr("correlation=."));
+  EXPECT_THAT(java->output(), HasSubstr("persistent=false"));
+}
+
+TEST(Broker, WrongLoginThenADeathAndAReturn) {
+  BrokerServer broker;
+  EXPECT_THAT(failureOf([&] { serviceOn(broker, "guess").proto_("x"); }),
+              HasSubstr("SecurityException"));
+
+  TDX_Service service = serviceOn(broker);
+  RunningElog elog(service);
+  auto client = elog.client();
+  const auto connection = connect("failover:(" + broker.uri() + ")?timeout=200");
+  const std::unique_ptr<cms::Session> session(connection->createSession());
+  const std::unique_ptr<cms::Topic> topic(session->createTopic("news"));
+  const std::unique_ptr<cms::MessageProducer> producer(session->createProducer(topic.get()));
+  const std::unique_ptr<cms::MessageConsumer> consumer(session->createConsumer(topic.get()));
+  const std::string text = "pos\u00e9 \U0001F4F7 " + std::string(1, '\0') + "end";
+  const std::unique_ptr<cms::TextMessage> message(session->createTextMessage(text));
+  const auto hears = [&] {
+    const std::unique_ptr<cms::Message> heard(consumer->receive(5000));
+    const auto* heardText = dynamic_cast<const cms::TextMessage*>(heard.get());
+    return heardText != nullptr ? heardText->getText() : "nothing";
+  };
+  producer->send(message.get());
+  EXPECT_EQ(text, hears());
+
+  broker.stop();
+  EXPECT_THAT(failureOf([&] {
+                for (int i = 0; i < 3; ++i) producer->send(message.get());
+              }),
+              HasSubstr("no link to the broker"));
+  broker.restart();
+  EXPECT_TRUE(testsupport::eventually(
+      [&] { return failureOf([&] { producer->send(message.get()); }) == "no failure"; }));
+  EXPECT_EQ(text, hears()) << "the consumer was announced to the new broker";
+  EXPECT_TRUE(elog.reached(*client, "came back"));
+  EXPECT_EQ("again", submit(*client, "again"));
+}
+
+TEST(BrokerLink, AddressesAndPeersThatAreNoBroker) {
+  const struct {
+    const char* uri;
+    const char* failure;
+  } addresses[] = {
+      {"ssl://h:1", "only tcp:// is supported"},
+      {"tcp://h", "host:port expected"},
+      {"tcp://h:70000", "no port number: 70000"},
+      {"failover:(tcp://h:1", "no closing parenthesis"},
+      {"failover:(tcp://h:1,)", "only tcp:// is supported"},
+      {"tcp://h:1?soTimeout=soon", "soTimeout is no number of milliseconds: soon"},
+  };
+  for (const auto& address : addresses)
+    EXPECT_THAT(failureOf([&] { connect(address.uri); }), HasSubstr(address.failure))
+        << address.uri;
+
+  // Nobody there, and somebody mute: the time limit holds.
+  const std::string closed = "tcp://127.0.0.1:" + std::to_string(testsupport::freeTcpPort());
+  EXPECT_THAT(failureOf([&] { connect(closed); }), HasSubstr("Connection refused"));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(failureOf([&] { connect("failover:(" + closed + "?soTimeout=300)"); }),
+              HasSubstr("Connection refused"));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}

@@ -1,0 +1,125 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "ElogServices.h"
+#include "TDX_Service.h"
+#include "support/Deadline.h"
+
+namespace testsupport {
+
+inline NV_TDX::Action action(const std::string& message) {
+  NV_TDX::Action made;
+  made.name = "create";
+  made.parameters["msg"] = message;
+  return made;
+}
+
+// An event log that remembers. The message steers it: "refuse" is answered
+// with FwException, "break" with another exception, "wait" when released.
+class ElogHandler : public NV_TDX::ELogIf {
+ public:
+  void submitAction(NV_TDX::ActionResponse& result, const NV_TDX::Action& action) override {
+    note(action);
+    const std::string& message = action.parameters.at("msg");
+    if (message == "refuse") {
+      NV_TDX::FwException refusal;
+      refusal.what_ = "no room";
+      refusal.errorId = "E7";
+      throw refusal;
+    }
+    if (message == "break") throw std::runtime_error("disk on fire");
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (message == "wait") changed_.wait_for(lock, kPatience, [this] { return released_; });
+    result.parameters["echo"] = message;
+    result.parameters["action"] = action.name;
+  }
+  void submitActionA(const NV_TDX::Action& action) override { note(action); }
+
+  bool awaitMessages(std::size_t count) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, kPatience, [&] { return messages_.size() >= count; });
+  }
+  std::vector<std::string> messages() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return messages_;
+  }
+  void release() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    released_ = true;
+    changed_.notify_all();
+  }
+  std::size_t threads() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return threads_.size();
+  }
+
+ private:
+  void note(const NV_TDX::Action& action) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    messages_.push_back(action.parameters.at("msg"));
+    threads_.insert(std::this_thread::get_id());
+    changed_.notify_all();
+  }
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> messages_;
+  std::set<std::thread::id> threads_;
+  bool released_ = false;
+};
+
+// A service named `kName` that runs on a thread of its own until the end.
+class RunningElog {
+ public:
+  static constexpr char kName[] = "tdx.test.elog";
+
+  explicit RunningElog(TDX_Service& service, int workers = 4)
+      : handler(std::make_shared<ElogHandler>()), service_(service) {
+    service_.add_processor(kName, std::make_shared<NV_TDX::ELogProcessor>(handler));
+    thread_ = std::thread([this, workers] { service_.serve(workers, nullptr); });
+  }
+  ~RunningElog() {
+    handler->release();
+    service_.shutdown();
+    thread_.join();
+  }
+  // A client of the service, which listens from then on.
+  std::unique_ptr<NV_TDX::ELogClient> client() {
+    auto made = std::make_unique<NV_TDX::ELogClient>(service_.proto_(kName));
+    EXPECT_TRUE(reached(*made, "hello"));
+    return made;
+  }
+  // Sends one-way until a message of that text came: what is sent before the
+  // service listens is lost on the bus.
+  bool reached(NV_TDX::ELogClient& sender, const std::string& message) {
+    return eventually([&] {
+      try {
+        sender.submitActionA(action(message));
+      } catch (const std::runtime_error&) {  // no way to send yet
+      }
+      const auto messages = handler->messages();
+      return std::find(messages.begin(), messages.end(), message) != messages.end();
+    });
+  }
+
+  const std::shared_ptr<ElogHandler> handler;
+
+ private:
+  TDX_Service& service_;
+  std::thread thread_;
+};
+
+inline std::string submit(NV_TDX::ELogClient& client, const std::string& message) {
+  NV_TDX::ActionResponse response;
+  client.submitAction(response, action(message));
+  return response.parameters["echo"];
+}
+
+}  // namespace testsupport
