@@ -62,6 +62,8 @@ void describe(CLI::App& app, Options& options, Words& words) {
       ->type_name("PATH");
   app.add_option("--broker", options.broker, "message broker, for instance tcp://127.0.0.1:61616")
       ->type_name("URI");
+  app.add_flag("--check-config", options.checkConfig,
+               "tell what the configuration selects, reads and lacks; connect to nothing");
 }
 
 std::pair<std::string, std::string> setting(const std::string& word) {

@@ -19,6 +19,7 @@ struct Options {
   double stopGraceSeconds = 3;
   std::string stateSocket;
   std::string broker;
+  bool checkConfig = false;
 };
 
 // Nothing when the command line asks for help or the version, which have then

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "ConfigCheck.h"
 #include "Leaving.h"
 #include "Log4cppWrapper.h"
 #include "Program.h"
@@ -21,6 +22,11 @@ int main(int argc, char** argv) {
   try {
     const auto options = host::parseOptions(argc, argv);
     if (!options) return 0;
+    if (options->checkConfig) {
+      const host::ConfigReport report = host::checkConfig(options->settings);
+      fputs(report.text.c_str(), stdout);
+      return report.problems == 0 ? 0 : kUsageStatus;
+    }
     // A failed write is seen as such.
     signal(SIGPIPE, SIG_IGN);
     host::StopControl::blockSignals();

@@ -9,6 +9,7 @@
 #include "FailureReport.h"
 #include "HTTPMediaProducerImpl.h"
 #include "OnDemand.h"
+#include "ProducerChoice.h"
 #include "RTPMediaProducerImpl.h"
 #include "RTSPMediaProducerImpl.h"
 #include "SamsungMediaProducerImpl.h"
@@ -30,36 +31,13 @@ NETMediaProducerImpl* make(const Sinks& sinks) {
   return new Producer(sinks.audio, sinks.video);
 }
 
-// SOAP is heavy, so its producer is loaded only here.
-NETMediaProducerImpl* pelco(const Sinks& sinks) {
+// From a shared object of its own, for what only some cameras need.
+NETMediaProducerImpl* load(const Sinks& sinks, const char* library, const char* symbol) {
   using Create = NETMediaProducerImpl*(AbstractSink*, AbstractSink*);
-  auto* create = onDemand<Create>("libmretriever_pelco.so", "mretriever_createPelcoProducer");
-  return create(sinks.audio, sinks.video);
+  return onDemand<Create>(library, symbol)(sinks.audio, sinks.video);
 }
 
-// The first row that holds decides. A Pelco camera gets its own protocol for
-// MPEG-4 and H.264, snapshots through the Bosch producer, and plain HTTP else.
-NETMediaProducerImpl* overHttp(const Sinks& sinks) {
-  const std::string model = Cfg::value("CAMERAMODEL");
-  if (model == "Pelco") {
-    const std::string format = Cfg::value("MEDIA_FORMAT");
-    if (format == "mpeg4" || format == "h264") return pelco(sinks);
-  }
-  if (model == "Verint") return make<VSIPMediaProducerImpl>(sinks);
-  if (model == "Dante") return make<DanteMediaProducerImpl>(sinks);
-  if (model == "Samsung") return make<SamsungMediaProducerImpl>(sinks);
-  const bool snapshots =
-      model == "Pelco" && Cfg::exist("SNAPSHOT_MODE") && Cfg::value("SNAPSHOT_MODE") == "on";
-  if (model == "Bosch" || snapshots) return make<BoschMediaProducerImpl>(sinks);
-  if (model == "iStream") {
-    using Create = NETMediaProducerImpl*(AbstractSink * audio, AbstractSink * video);
-    return onDemand<Create>("libmretriever_pushin.so", "mretriever_createPushInMediaProducer")(
-        sinks.audio, sinks.video);
-  }
-  return make<HTTPMediaProducerImpl>(sinks);
-}
-
-NETMediaProducerImpl* overRtsp(const Sinks& sinks) {
+NETMediaProducerImpl* makeRtsp(const Sinks& sinks) {
   if (Cfg::value("MEDIA_FORMAT") == "audio" && Cfg::value("CAMERAMODEL") == "panasonic" &&
       Cfg::value("MODELID") == "BL-C210A") {
     LOG_DEBUG("Switching to proto 'HTTP' despite 'RTSP' was set");
@@ -74,13 +52,11 @@ NETMediaProducerImpl* overRtsp(const Sinks& sinks) {
                                    raven ? APP_VLC : APP_NV);
 }
 
-// Nothing for a model that sends no transport stream.
-NETMediaProducerImpl* transportStream(const Sinks& sinks) {
-  const std::string model = Cfg::value("CAMERAMODEL");
-  if (model != "Cornet" && model != "ListenerMPEG2-TS") return nullptr;
+NETMediaProducerImpl* loadTransportStream(const Sinks& sinks) {
   using Create = NETMediaProducerImpl*(AbstractSink*, AbstractSink*, AbstractSink*, bool);
   auto* create = onDemand<Create>("libmretriever_ts.so", "mretriever_createCornetMediaProducer");
-  return create(sinks.audio, sinks.video, sinks.metadata, model == "ListenerMPEG2-TS");
+  const bool waits = Cfg::value("CAMERAMODEL") == "ListenerMPEG2-TS";
+  return create(sinks.audio, sinks.video, sinks.metadata, waits);
 }
 
 }  // namespace
@@ -88,22 +64,38 @@ NETMediaProducerImpl* transportStream(const Sinks& sinks) {
 NETMediaProducerImpl* getMediaProducerImplementation(AbstractSink* audioSink,
                                                      AbstractSink* videoSink,
                                                      AbstractSink* metadataSink) {
+  using Kind = ProducerChoice::Kind;
   const Sinks sinks{audioSink, videoSink, metadataSink};
-  const std::string proto = Cfg::value("PROTO");
-  if (proto == "HTTP") return overHttp(sinks);
-  if (proto == "RTSP") return overRtsp(sinks);
-  if (proto == "RTP") {
-    NETMediaProducerImpl* ts = transportStream(sinks);
-    return ts != nullptr ? ts : make<RTPMediaProducerImpl>(sinks);
+  const ProducerChoice choice = chooseProducer();
+  switch (choice.kind) {
+    case Kind::none:
+      break;
+    case Kind::pelco:
+      return load(sinks, "libmretriever_pelco.so", "mretriever_createPelcoProducer");
+    case Kind::vsip:
+      return make<VSIPMediaProducerImpl>(sinks);
+    case Kind::dante:
+      return make<DanteMediaProducerImpl>(sinks);
+    case Kind::samsung:
+      return make<SamsungMediaProducerImpl>(sinks);
+    case Kind::bosch:
+      return make<BoschMediaProducerImpl>(sinks);
+    case Kind::pushIn:
+      return load(sinks, "libmretriever_pushin.so", "mretriever_createPushInMediaProducer");
+    case Kind::http:
+      return make<HTTPMediaProducerImpl>(sinks);
+    case Kind::rtsp:
+      return makeRtsp(sinks);
+    case Kind::transportStream:
+      return loadTransportStream(sinks);
+    case Kind::rtp:
+      return make<RTPMediaProducerImpl>(sinks);
+    case Kind::test:
+      return make<TESTMediaProducerImpl>(sinks);
+    case Kind::fake:
+      return make<FAKEMediaProducerImpl>(sinks);
   }
-  if (proto == "TEST") return make<TESTMediaProducerImpl>(sinks);
-  if (proto == "FAKE") return make<FAKEMediaProducerImpl>(sinks);
-  if (proto == "UDP") {
-    if (NETMediaProducerImpl* ts = transportStream(sinks)) return ts;
-    FATAL_EXIT("CRT-5024 %s is not implemented for %s", proto.c_str(),
-               Cfg::value("CAMERAMODEL").c_str());
-  }
-  FATAL_EXIT("CRT-5024 %s is not implemented", proto.c_str());
+  FATAL_EXIT("%s", choice.keys.c_str());
 }
 
 }  // namespace Kelvane
