@@ -82,7 +82,7 @@ void ConnectionCore::run() {
       if (!everUp_) return fail(refusal.what());
     } catch (const std::exception& error) {
       dropLink(error.what());
-      if (!uri_.failover) return fail(error.what());
+      if (!uri_.failover && !closing_) return fail(error.what());
     }
     if (upSince_ != Clock::time_point{} && Clock::now() - upSince_ > kStableAfter)
       delayMs = kFirstDelayMs;
