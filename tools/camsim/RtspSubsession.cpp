@@ -109,6 +109,8 @@ class LoopJpegSource : public LoopSource<JPEGVideoSource> {
 FramedSource* makeSource(UsageEnvironment& env, const RtspTrack& track, const RtspFaults& faults) {
   if (track.format == "mjpg") return new LoopJpegSource(env, track, faults);
   auto* frames = new LoopSource<FramedSource>(env, track, faults);
+  // The framers own it.
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
   if (track.format == "h264") return H264VideoStreamDiscreteFramer::createNew(env, frames);
   if (track.format == "mpeg4") return MPEG4VideoStreamDiscreteFramer::createNew(env, frames, True);
   if (track.format == "mpeg2") {
