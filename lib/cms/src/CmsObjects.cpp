@@ -102,7 +102,7 @@ class ProducerImpl : public MessageProducer {
     data.expiration = timeToLive > 0 ? data.timestamp + timeToLive : 0;
     const openwire::OutCommand command = openwire::sendMessage(id_, ++sequence_, *content);
     if (mode == DeliveryMode::PERSISTENT) {
-      core().request(command);
+      core().request(command, core().sendLimitMs());
     } else {
       core().send(command);
     }

@@ -43,6 +43,7 @@ class ConnectionCore {
   void request(const OutCommand& command, int limitMs);
   void request(const OutCommand& command) { request(command, uri_.answerLimitMs); }
   void send(const OutCommand& command);
+  int sendLimitMs() const { return uri_.sendLimit(); }
 
   // Announces an object, now and on each new link, until it is withdrawn. Its
   // session takes its objects with it.
