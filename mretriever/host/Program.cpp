@@ -24,7 +24,7 @@ namespace {
 
 // The library ticks this often with nothing to do, and the stop flag is seen
 // at a tick. Its default of 10 ms costs more than a 2 Mbit/s stream does.
-constexpr unsigned kTickMicros = 500000;
+constexpr unsigned kTickMicros = 100000;
 
 std::string optionalKey(const std::string& key, const std::string& otherwise) {
   return Cfg::exist(key) ? Cfg::value(key) : otherwise;
