@@ -115,6 +115,20 @@ const char* formatsOf(Kind kind) {
   }
 }
 
+// Texts whose length a device's protocol limits.
+struct Length {
+  Kind reader;
+  const char* key;
+  std::size_t least;
+  std::size_t most;
+};
+
+constexpr Length kLengths[] = {
+    {Kind::samsung, "USRNAME", 1, 8},
+    {Kind::samsung, "PASSWD", 0, 8},
+    {Kind::vsip, "DEFINEDUID", 66, 4096},  // hexadecimal digits
+};
+
 bool isChoice(const char* choices, const std::string& value) {
   const std::string padded = " " + std::string(choices) + " ";
   return !value.empty() && padded.find(" " + value + " ") != std::string::npos;
@@ -186,6 +200,13 @@ class Check {
     const char* choices = strcmp(rule.key, "MEDIA_FORMAT") == 0 ? formatsOf(kind_) : rule.choices;
     if (choices != kAnyText && !isChoice(choices, value)) {
       problem(std::string("out of range: ") + rule.key + "=" + value + " (" + choices + ")");
+    }
+    for (const Length& length : kLengths) {
+      if (length.reader != kind_ || strcmp(length.key, rule.key) != 0) continue;
+      if (value.size() >= length.least && value.size() <= length.most) continue;
+      problem(std::string("out of range: ") + rule.key + " has " + std::to_string(value.size()) +
+              " characters (" + std::to_string(length.least) + " to " +
+              std::to_string(length.most) + ")");
     }
     if (rule.most == 0) return;
     const std::string range =

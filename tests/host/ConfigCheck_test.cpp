@@ -49,6 +49,8 @@ TEST(ConfigCheck, NamesWhatIsWrong) {
       {with(kCamera, {{"STREAM_PROBE", "5"}}), "missing: OBJID"},
       {{{"PROTO", "HTTP"}, {"CAMERAMODEL", "Dante"}, {"MEDIA_FORMAT", "h264"}},
        "out of range: MEDIA_FORMAT=h264 (mpeg4)"},
+      {{{"PROTO", "HTTP"}, {"CAMERAMODEL", "Verint"}, {"DEFINEDUID", std::string(65, '0')}},
+       "out of range: DEFINEDUID has 65 characters (66 to 4096)"},
       {{{"PROTO", "UDP"}, {"CAMERAMODEL", "Cornet"}, {"MODELID", "Multicast"}},
        "missing: MULTICAST_IP"},
   };
