@@ -3,6 +3,7 @@
 #include <activemq/library/ActiveMQCPP.h>
 #include <cms/ConnectionFactory.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -12,11 +13,12 @@ cms::Session* mretriever_openBrokerSession(const char* uri) {
   const bool renewed = given.compare(0, 9, "failover:") == 0;
   const std::unique_ptr<cms::ConnectionFactory> factory(
       cms::ConnectionFactory::createCMSConnectionFactory(
-          renewed ? given : "failover:(" + given + ")?timeout=1000"));
+          renewed ? given : "failover:(" + given + ")?timeout=1000&startupMaxReconnectAttempts=1"));
   std::unique_ptr<cms::Connection> connection(factory->createConnection());
   std::unique_ptr<cms::Session> session(connection->createSession());
   connection->start();
-  // Lives as long as the process: a report may run while it exits.
-  static_cast<void>(connection.release());
+  // Never destroyed: a report may run while the process exits.
+  static std::atomic<cms::Connection*> kept{nullptr};
+  kept = connection.release();
   return session.release();
 }

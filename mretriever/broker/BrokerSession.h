@@ -6,8 +6,11 @@ class Session;
 
 // Connects to the broker at `uri` and opens the session that positions are
 // sent on. A lost link is renewed, whatever kind of address was given; a send
-// meanwhile fails after a second. Throws cms::CMSException (a std::exception)
-// after 20 seconds without a broker. The session belongs to the process.
+// meanwhile fails after a second. The login is `username` and `password` in the
+// query of the address, percent-encoded; without them none is sent. Throws
+// cms::CMSException (a std::exception), at the latest after 20 seconds, with the
+// reason; an address without "failover:" is tried once. The session belongs to
+// the process.
 constexpr char kBrokerLibrary[] = "libmretriever_broker.so";
 constexpr char kBrokerFactory[] = "mretriever_openBrokerSession";
 extern "C" cms::Session* mretriever_openBrokerSession(const char* uri);

@@ -9,6 +9,7 @@
 #include <typeinfo>
 
 #include "AccessLog.h"
+#include "BrokerOpening.h"
 #include "Cfg.h"
 #include "Exceptions.h"
 #include "MediaSinks.h"
@@ -71,7 +72,8 @@ Program::Program(const Options& options)
 
 int Program::run() {
   try {
-    openRecordingAndBroker();
+    openRecording();
+    if (!options_.broker.empty()) openBrokerBesideStream(options_.broker, retriever_);
     receive();
     return 0;
   } catch (const std::exception& failure) {
@@ -80,25 +82,18 @@ int Program::run() {
   }
 }
 
-void Program::openRecordingAndBroker() {
+void Program::openRecording() {
   if (trace_) observers_.add(trace_.get());
   status_.setVideoCodec(optionalKey("MEDIA_FORMAT", ""));
   observers_.add(&status_);
   observers_.add(&service_);
   if (!options_.recordFolder.empty()) {
-    recording_ = openRecording({options_.recordFolder, optionalKey("DEVID", "camera"),
-                                optionalKey("MEDIA_FORMAT", ""), options_.segmentSeconds});
+    recording_ = host::openRecording({options_.recordFolder, optionalKey("DEVID", "camera"),
+                                      optionalKey("MEDIA_FORMAT", ""), options_.segmentSeconds});
     observers_.add(recording_);
     Kelvane::setMetadataStore(recording_);
   }
   Kelvane::setHostObserver(&observers_);
-  if (options_.broker.empty()) return;
-  try {
-    retriever_.setCMSSession(openBrokerSession(options_.broker));
-  } catch (const std::exception& failure) {
-    // The stream is worth more than what is announced beside it.
-    LOG_ERROR("No session of the broker %s: %s", options_.broker.c_str(), failure.what());
-  }
 }
 
 void Program::receive() {

@@ -31,7 +31,7 @@ class Program {
 
  private:
   void receive();
-  void openRecordingAndBroker();
+  void openRecording();
   void makeSinks();
   void closeSinks();
 

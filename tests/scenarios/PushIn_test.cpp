@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <set>
 
+#include "service/Servers.h"
 #include "support/RetrieverProgram.h"
 #include "support/TestHost.h"
 
@@ -13,14 +14,15 @@ using testing::HasSubstr;
 
 namespace {
 
-// An installation with one iStream device: the master node's bus, the
-// retriever, and the recorder process that pushes.
+// An installation with one iStream device: the master node's bus and event
+// log, the retriever, and the recorder process that pushes.
 class Installation {
  public:
   explicit Installation(const std::vector<std::string>& recorder,
                         const std::vector<std::string>& options = {})
-      : bus_({"nats-server", "-a", ownLoopbackAddress(), "-p", "10000"}),
-        ready_(bus_.awaitOutput("Server is ready")),
+      : bus_(ownLoopbackAddress(), 10000),
+        eventLog({builtProgram("elogd"), "--host", bus_.address()}),
+        ready_(eventLog.awaitOutput("serving tdx.eventlog")),
         retriever({{"PROTO", "HTTP"},
                    {"CAMERAMODEL", "iStream"},
                    {"MEDIA_FORMAT", "h264"},
@@ -44,7 +46,12 @@ class Installation {
     return words;
   }
 
-  Subprocess bus_;
+  BusServer bus_;
+
+ public:
+  Subprocess eventLog;
+
+ private:
   const bool ready_;
 
  public:
@@ -148,4 +155,43 @@ TEST(PushInFaults, ARecorderThatStopsMidwayIsLeftAfterTheGrace) {
   ASSERT_TRUE(site.recorder().awaitOutput("stalled"));
   EXPECT_EQ(site.retriever.stop(SIGTERM), 0) << site.retriever.output();
   EXPECT_THAT(site.retriever.output(), HasSubstr("WARN"));
+}
+
+// The broker comes up behind the stream and asks for a login.
+TEST(PushInAnnouncer, TellsTheEventLogAndTheTopic) {
+  BrokerServer broker;
+  broker.stop();
+  const std::string login =
+      std::string("?username=") + kBrokerUser + "&password=" + kBrokerPassword;
+  Installation site({"--audio", "none", "--gps", "--text", "door open"},
+                    {"--broker", broker.uri() + login});
+  ASSERT_TRUE(site.retriever.awaitEvents("frame", 1)) << site.retriever.output();
+  ASSERT_TRUE(site.retriever.process().awaitOutput("No AMQ connections found"))
+      << site.retriever.output();
+  EXPECT_THAT(site.retriever.output(),
+              HasSubstr("No session of the broker " + broker.uri() + ": cannot connect to"));
+
+  broker.restart();
+  const auto reader = javaClient(broker, "listen", "amq.gis.topic", "2");
+  ASSERT_TRUE(reader->awaitOutput("ready")) << reader->output();
+  EXPECT_EQ(reader->wait(), 0) << reader->output();
+  const std::string objid = "objid=\"" + std::to_string(getpid()) + "\"";
+  const std::string position = "text: <message type=\"gisTrgtMobile\" " + objid +
+                               " lat=\"55.75[0-9]+\" lon=\"37.[0-9]+\" alt=\"[0-9.]+\" "
+                               "pts=\"[0-9]+\" />\n";
+  EXPECT_THAT(reader->output(), testing::ContainsRegex(position + position));
+  EXPECT_THAT(site.eventLog.output(),
+              testing::ContainsRegex("submitAction create from=\"[0-9]+\" msg=\"door open *\" " +
+                                     objid + " source=\"4\" when=\"[0-9]+\""));
+  EXPECT_EQ(site.retriever.stop(SIGTERM), 0) << site.retriever.output();
+  EXPECT_THAT(site.retriever.output(), testing::Not(HasSubstr(kBrokerPassword)));
+}
+
+TEST(PushInAnnouncer, AnUnreachableBusEndsTheProgram) {
+  const std::string nobody = ownLoopbackAddress(1);
+  RetrieverProgram retriever(
+      {{"PROTO", "HTTP"}, {"CAMERAMODEL", "iStream"}, {"MASTER_NODE", nobody}});
+  EXPECT_EQ(retriever.wait(), 1);
+  EXPECT_THAT(retriever.output(), HasSubstr("cannot connect to the message bus at " + nobody));
+  EXPECT_THAT(retriever.output(), HasSubstr("ERROR"));
 }

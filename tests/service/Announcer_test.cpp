@@ -26,10 +26,20 @@ struct Site {
 class Log : public testsupport::ElogHandler {
  public:
   void submitAction(NV_TDX::ActionResponse& result, const NV_TDX::Action& action) override {
-    last = action;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      actions_.push_back(action);
+    }
     ElogHandler::submitAction(result, action);
   }
-  NV_TDX::Action last;
+  std::vector<NV_TDX::Action> actions() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return actions_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<NV_TDX::Action> actions_;
 };
 
 void alive(Kelvane::PushInMediaAnnoncer& announcer, time_t seconds, std::string text) {
@@ -48,22 +58,21 @@ TEST(Announcer, TellsTheEventLogOnceASecondAndSurvivesItsFailures) {
     probe.submitActionA(testsupport::action("probe"));
     return !log->messages().empty();
   }));
-  const std::size_t before = log->messages().size();
 
   const std::unique_ptr<Kelvane::PushInMediaAnnoncer> announcer(
       mretriever_createPushInMediaAnnoncer());
   alive(*announcer, 1700000000, "");
-  EXPECT_EQ("create", log->last.name);
+  ASSERT_EQ(1U, log->actions().size());
+  EXPECT_EQ("create", log->actions()[0].name);
   EXPECT_EQ((NV_TDX::TParameters{{"objid", "4711"},
                                  {"source", "4"},
                                  {"when", "1700000000"},
                                  {"from", "1700000000"},
                                  {"msg", "iStream device woke up"}}),
-            log->last.parameters);
+            log->actions()[0].parameters);
   alive(*announcer, 1700000000, "same second");
   alive(*announcer, 1699999999, "the past");
   alive(*announcer, 1700000001, "door open\r\n");
-  EXPECT_EQ("door open\r\n", log->last.parameters["msg"]);
 
   testing::internal::CaptureStderr();
   alive(*announcer, 1700000002, "refuse");
@@ -72,10 +81,11 @@ TEST(Announcer, TellsTheEventLogOnceASecondAndSurvivesItsFailures) {
   const std::string errors = testing::internal::GetCapturedStderr();
   EXPECT_THAT(errors, HasSubstr("Could not submit action: no room"));
   EXPECT_THAT(errors, HasSubstr("Could not submit action: disk on fire"));
-  const auto messages = log->messages();
-  EXPECT_THAT(
-      std::vector<std::string>(messages.begin() + static_cast<long>(before), messages.end()),
-      testing::ElementsAre("iStream device woke up", "door open\r\n", "refuse", "break"));
+  // Probes are one-way and may still have been on their way: not counted.
+  std::vector<std::string> told;
+  for (const NV_TDX::Action& each : log->actions()) told.push_back(each.parameters.at("msg"));
+  EXPECT_THAT(told,
+              testing::ElementsAre("iStream device woke up", "door open\r\n", "refuse", "break"));
 
   site.service.shutdown();
   serving.join();

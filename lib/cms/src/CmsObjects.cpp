@@ -218,7 +218,7 @@ class ConnectionImpl : public Connection {
 class FactoryImpl : public ConnectionFactory {
  public:
   explicit FactoryImpl(const std::string& uri) : uri_(openwire::parseBrokerUri(uri)) {}
-  Connection* createConnection() override { return createConnection("", ""); }
+  Connection* createConnection() override { return createConnection(uri_.user, uri_.password); }
   Connection* createConnection(const std::string& user, const std::string& password) override {
     return new ConnectionImpl(uri_, user, password);
   }

@@ -82,7 +82,7 @@ void ConnectionCore::run() {
       if (!everUp_) return fail(refusal.what());
     } catch (const std::exception& error) {
       dropLink(error.what());
-      if (!uri_.failover && !closing_) return fail(error.what());
+      if (!closing_ && (!uri_.failover || givesUp(turn))) return fail(error.what());
     }
     if (upSince_ != Clock::time_point{} && Clock::now() - upSince_ > kStableAfter)
       delayMs = kFirstDelayMs;
@@ -91,6 +91,12 @@ void ConnectionCore::run() {
     changed_.wait_for(lock, milliseconds(delayMs), [this] { return closing_.load(); });
     delayMs = std::min(delayMs * 2, kLongestDelayMs);
   }
+}
+
+// Whether the first link was tried for as often as the address allows.
+bool ConnectionCore::givesUp(std::size_t turn) const {
+  return !everUp_ && uri_.firstRounds > 0 &&
+         (turn + 1) / uri_.endpoints.size() >= static_cast<std::size_t>(uri_.firstRounds);
 }
 
 void ConnectionCore::connectLink(const BrokerUri::Endpoint& endpoint) {

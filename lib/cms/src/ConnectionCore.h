@@ -76,6 +76,7 @@ class ConnectionCore {
   };
 
   void run();
+  bool givesUp(std::size_t turn) const;
   void connectLink(const BrokerUri::Endpoint& endpoint);
   void replay();
   void exchange(const OutCommand& command);

@@ -1,6 +1,5 @@
 #include "PushInMediaProducerImpl.h"
 
-#include <dlfcn.h>
 #include <stdio_ext.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -31,10 +30,6 @@ bool isIStream() {
 
 PushInMediaAnnoncer* createAnnoncer() {
   if (!isIStream()) return nullptr;
-  if (dlopen(kAnnouncerLibrary, RTLD_NOW | RTLD_LOCAL) == nullptr) {
-    LOG_WARN("Position and activity of this device are not announced: %s", dlerror());
-    return nullptr;
-  }
   return onDemand<PushInMediaAnnoncer*()>(kAnnouncerLibrary, kAnnouncerFactory)();
 }
 
