@@ -7,8 +7,10 @@ if(MRETRIEVER_SANITIZE)
   endif()
 endif()
 if(MRETRIEVER_FUZZ)
-  # Coverage feedback in all code; the warnings are those of the other compiler.
-  add_compile_options(-fsanitize=fuzzer-no-link -Wno-error)
+  # Coverage feedback in all code; warnings are no errors, they are the other compiler's.
+  # The profile is what scripts/fuzz shows of the lines that the corpora reach.
+  add_compile_options(-fsanitize=fuzzer-no-link -fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
 endif()
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
