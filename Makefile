@@ -1,13 +1,13 @@
 # The commands a user needs. Each installs what is missing first.
 JOBS ?= $(shell nproc)
 
-.PHONY: help setup build run test tsan bench fuzz check format install deb clean
+.PHONY: help setup build run test tsan bench fuzz soak check format install deb clean
 help:
 	@echo "make run    build, play a simulated camera, show what was received"
 	@echo "make test   build under the address and undefined sanitizers, run all tests"
 	@echo "make build  build only: build/bin/mretriever, build/bin/camsim, build/lib"
 	@echo "make install | deb    under PREFIX (/usr/local) and DESTDIR; a Debian package in build/"
-	@echo "make tsan | bench | fuzz | check | format | clean"
+	@echo "make tsan | bench | fuzz | soak | check | format | clean"
 
 setup:
 	@scripts/setup
@@ -34,6 +34,11 @@ bench: build
 
 fuzz: setup
 	@scripts/fuzz
+
+# How long each protocol is played.
+SOAK_SECONDS ?= 60
+soak: build
+	@scripts/soak $(SOAK_SECONDS)
 
 check: setup
 	@scripts/check
