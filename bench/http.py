@@ -1,6 +1,10 @@
 #!/usr/bin/env python3
 """CPU per gigabyte of an unpaced motion JPEG stream over HTTP, with and without lengths,
-beside ffmpeg and GStreamer on the same stream in the same run."""
+beside ffmpeg and GStreamer on the same stream in the same run.
+
+The camera has one core and the receivers another: on the same one as the sender, or
+moved between them, a receiver's cost is twice as much or half."""
+import os
 import subprocess
 
 import measure
@@ -10,12 +14,21 @@ ROUNDS = 5
 LIMITS = {"Content-Length": 0.6, "none": 0.4}  # of the better peer
 
 
+def cores():
+    return sorted(os.sched_getaffinity(0))
+
+
+def pin(pid, index):
+    os.sched_setaffinity(pid, {cores()[index]})
+
+
 class Camera:
     def __init__(self, length):
         self.process = subprocess.Popen(
             [measure.CAMSIM, "http", "--port", "0", "--fps", "0", "--length", length,
              "--width", "1920", "--height", "1080", "--seconds", "2"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+        pin(self.process.pid, 0)
         self.port = self.wait_for("listening on").rsplit(":", 1)[1]
 
     def wait_for(self, text):
@@ -26,7 +39,7 @@ class Camera:
 
     def cost_of(self, command):
         """CPU seconds a gigabyte that the camera sent, and the gigabytes."""
-        cost = measure.run(command, SECONDS)
+        cost = measure.run(["taskset", "--cpu-list", str(cores()[-1]), *command], SECONDS)
         size = int(self.wait_for("sent").split()[1])
         return cost.per_gigabyte(size), size / 1e9
 

@@ -2,7 +2,9 @@
 
 #include <sys/socket.h>
 
+#include <cstring>
 #include <memory>
+#include <thread>
 
 #include "RtspSupport.h"
 #include "UniqueFd.h"
@@ -145,4 +147,55 @@ TEST(ReadAhead, InterleavedFramesSurviveAnyCut) {
       if (!ahead) delete static_cast<TaskScheduler*>(scheduler);
     }
   }
+}
+
+// More than one batch: each datagram alone, in order, cut to the reader's room,
+// an empty one in between; none turns up behind the handler's end.
+TEST(ReadAhead, DatagramsStayApart) {
+  struct Receiver {
+    std::unique_ptr<ReadAheadScheduler> loop{ReadAheadScheduler::createNew(10000)};
+    TaskScheduler& scheduler = *loop;
+    Kelvane::UniqueFd near, far;
+    std::vector<std::string> got;
+    bool over = false;
+  } self;
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends), 0);
+  self.near = Kelvane::UniqueFd(ends[0]);
+  self.far = Kelvane::UniqueFd(ends[1]);
+  std::thread sender([&] {
+    for (int i = 0; i < 100; ++i) {
+      const std::string text = i == 50 ? "" : i == 70 ? std::string(3000, 'l') : std::to_string(i);
+      EXPECT_EQ(send(self.far.get(), text.data(), text.size(), 0),
+                static_cast<ssize_t>(text.size()));
+    }
+    for (const char* text : {"!", "late", "later"}) send(self.far.get(), text, strlen(text), 0);
+  });
+  const auto read = [](void* data, int) {
+    auto* s = static_cast<Receiver*>(data);
+    unsigned char room[1500];
+    sockaddr_storage from{};
+    const int got = s->loop->datagrams(s->near.get())->read(room, sizeof room, from);
+    s->got.emplace_back(reinterpret_cast<char*>(room), static_cast<std::size_t>(got));
+    if (s->got.back() != "!") return;
+    s->scheduler.disableBackgroundHandling(s->near.get());
+    s->over = true;
+  };
+  self.scheduler.setBackgroundHandling(self.near.get(), SOCKET_READABLE, read, &self);
+  self.loop->readDatagramsAhead(self.near.get());
+  EventLoopWatchVariable end{0};
+  const auto stop = [](void* flag) { *static_cast<EventLoopWatchVariable*>(flag) = 1; };
+  for (int turn = 0; turn < 2000 && !self.over; ++turn) {
+    end = 0;
+    TaskToken task = self.scheduler.scheduleDelayedTask(5000, stop, &end);
+    self.scheduler.doEventLoop(&end);
+    self.scheduler.unscheduleDelayedTask(task);
+  }
+  sender.join();
+  ASSERT_TRUE(self.over);
+  ASSERT_EQ(self.got.size(), 101U);
+  for (std::size_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(self.got[i], i == 50 ? "" : i == 70 ? std::string(1500, 'l') : std::to_string(i));
+  }
+  EXPECT_EQ(self.loop->datagrams(self.near.get()), nullptr);
 }

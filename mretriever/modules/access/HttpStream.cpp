@@ -53,8 +53,7 @@ bool readBlock(FILE* stream, std::uint8_t* to, std::size_t size) {
   errno = 0;  // the end of input sets none
   std::size_t have = std::min(size, readAhead(stream));
   have = fread_unlocked(to, 1, have, stream);
-  if (size - have >= HttpStream::kBufferSize)
-    have += readRestAtOnce(stream, to + have, size - have);
+  if (size - have >= HttpStream::kLargeRest) have += readRestAtOnce(stream, to + have, size - have);
   errno = 0;  // the end of input sets none
   have += fread_unlocked(to + have, 1, size - have, stream);
   if (have == size) return true;

@@ -13,6 +13,7 @@
 #include "Cfg.h"
 #include "DeviceGroupsock.h"
 #include "FailureReport.h"
+#include "ReadAheadScheduler.h"
 
 namespace Kelvane {
 
@@ -82,6 +83,8 @@ bool RTPMediaProducerImpl::start() {
 
   rtpGroupsock_ = openUnicast(*env_, port);
   source_ = createSource(*env_, rtpGroupsock_);
+  auto* scheduler = dynamic_cast<ReadAheadScheduler*>(&env_->taskScheduler());
+  if (scheduler != nullptr) scheduler->readDatagramsAhead(rtpGroupsock_->socketNum());
   LOG_DEBUG("Starting receiving unicast stream at port %d...", port);
   vSink_->startPlaying(*source_, sessionAfterPlaying, this);
   runEventLoop();

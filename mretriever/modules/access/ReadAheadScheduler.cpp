@@ -52,15 +52,33 @@ void ReadAheadScheduler::doEventLoop(EventLoopWatchVariable* watchVariable) {
   while (watchVariable == nullptr || *watchVariable == 0) SingleStep(0);
 }
 
-void ReadAheadScheduler::SingleStep(unsigned maxDelayTime) {
-  for (int calls = 0; pending() && calls < kCallsInARow; ++calls) {
-    // Looked up each time: the call may change or remove it.
-    const auto reader = readers_.find(socket_);
-    if (reader == readers_.end()) break;
-    reader->second.call(reader->second.clientData, SOCKET_READABLE);
+void ReadAheadScheduler::readDatagramsAhead(int socket) {
+  // Not make_unique(), which would write to all of its memory.
+  if (socket >= 0) batches_[socket].reset(new DatagramBatch(socket));
+}
+
+DatagramBatch* ReadAheadScheduler::datagrams(int socket) {
+  const auto batch = batches_.find(socket);
+  return batch == batches_.end() ? nullptr : batch->second.get();
+}
+
+int ReadAheadScheduler::waiting() const {
+  if (pending() && readers_.count(socket_) != 0) return socket_;
+  for (const auto& [socket, batch] : batches_) {
+    if (batch->pending() && readers_.count(socket) != 0) return socket;
   }
-  const bool more = pending() && readers_.count(socket_) != 0;
-  BasicTaskScheduler::SingleStep(more ? kNoDelay : maxDelayTime);
+  return -1;
+}
+
+void ReadAheadScheduler::SingleStep(unsigned maxDelayTime) {
+  // Looked up each time: the call may change or remove the handler.
+  int socket = waiting();
+  for (int calls = 0; socket >= 0 && calls < kCallsInARow; ++calls) {
+    const Handler reader = readers_[socket];
+    reader.call(reader.clientData, SOCKET_READABLE);
+    socket = waiting();
+  }
+  BasicTaskScheduler::SingleStep(socket >= 0 ? kNoDelay : maxDelayTime);
 }
 
 void ReadAheadScheduler::setBackgroundHandling(int socket, int conditions,
@@ -71,12 +89,15 @@ void ReadAheadScheduler::setBackgroundHandling(int socket, int conditions,
   } else {
     readers_.erase(socket);
   }
-  if (conditions == 0 && readsAhead(socket)) forget();
+  if (conditions != 0) return;
+  if (readsAhead(socket)) forget();
+  batches_.erase(socket);
 }
 
 void ReadAheadScheduler::moveSocketHandling(int from, int to) {
   BasicTaskScheduler::moveSocketHandling(from, to);
   if (readsAhead(from)) forget();
+  batches_.erase(from);
   const auto reader = readers_.find(from);
   if (reader == readers_.end()) return;
   readers_[to] = reader->second;
@@ -92,6 +113,9 @@ int readSocket(UsageEnvironment& env, int socket, unsigned char* buffer, unsigne
   if (typeid(env.taskScheduler()) == typeid(Kelvane::ReadAheadScheduler)) {
     auto& scheduler = static_cast<Kelvane::ReadAheadScheduler&>(env.taskScheduler());
     if (scheduler.readsAhead(socket)) return scheduler.read(buffer, bufferSize);
+    if (auto* batch = scheduler.datagrams(socket)) {
+      return batch->read(buffer, bufferSize, fromAddress);
+    }
   }
   using Function = int(UsageEnvironment&, int, unsigned char*, unsigned, sockaddr_storage&);
   static auto* const library = reinterpret_cast<Function*>(

@@ -3,16 +3,21 @@
 #include <BasicUsageEnvironment.hh>
 #include <array>
 #include <map>
+#include <memory>
+
+#include "DatagramBatch.h"
 
 namespace Kelvane {
 
-// The event loop of the process, which can read one TCP connection ahead.
+// The event loop of the process, which can read one TCP connection and any
+// number of UDP sockets ahead.
 //
 // live555 takes streams that are interleaved in a connection apart with five
 // reads and two select() calls a packet, most of them for a single byte. Here
 // the module stands in for the library's readSocket() and serves these reads
 // from a block, and the loop calls the handler of the connection for as long
-// as the block lasts. The library is unchanged; where it finds its own
+// as the block lasts. Of UDP sockets the library takes one datagram a select()
+// call; here all that wait come in one call. The library is unchanged; where it finds its own
 // readSocket() first, nothing is read ahead and all works as before.
 //
 // Belongs to one thread, like all of live555.
@@ -31,6 +36,11 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   // Blocks read so far.
   unsigned long blocks() const { return blocks_; }
 
+  // Reads the datagrams of `socket` ahead until its handler is taken away.
+  void readDatagramsAhead(int socket);
+  // Null for a socket whose datagrams are not read ahead.
+  DatagramBatch* datagrams(int socket);
+
  private:
   explicit ReadAheadScheduler(unsigned tickMicros) : BasicTaskScheduler(tickMicros) {}
 
@@ -43,12 +53,15 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   void moveSocketHandling(int from, int to) override;
   bool pending() const { return begin_ < end_; }
   void forget();
+  // A socket with a handler for what has been read ahead; -1 if there is none.
+  int waiting() const;
 
   struct Handler {
     BackgroundHandlerProc* call;
     void* clientData;
   };
   std::map<int, Handler> readers_;
+  std::map<int, std::unique_ptr<DatagramBatch>> batches_;
   int socket_ = -1;
   std::size_t begin_ = 0, end_ = 0;  // unread part of the block
   unsigned long blocks_ = 0;

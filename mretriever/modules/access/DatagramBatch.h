@@ -1,0 +1,39 @@
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstddef>
+
+namespace Kelvane {
+
+// Datagrams of one socket, taken from the kernel as many at a time as wait
+// there, and handed on one by one. Belongs to one thread.
+class DatagramBatch {
+ public:
+  explicit DatagramBatch(int socket) : socket_(socket) {}
+
+  // The next datagram, cut to `size` bytes, and its sender: its length, 0 when
+  // none waits. Never blocks. A socket's error tells of what it has sent and
+  // counts as nothing received.
+  int read(unsigned char* to, std::size_t size, sockaddr_storage& from);
+  // Whether a datagram is here already.
+  bool pending() const { return next_ < count_; }
+
+ private:
+  static constexpr std::size_t kDatagrams = 16;
+  static constexpr std::size_t kLargest = 65536;
+  using Slot = std::array<unsigned char, kLargest>;
+
+  void receive();
+
+  int socket_;
+  std::size_t next_ = 0, count_ = 0;
+  std::array<std::size_t, kDatagrams> lengths_{};
+  std::array<sockaddr_storage, kDatagrams> senders_;
+  // Not initialized: what no datagram has reached takes no memory.
+  std::array<Slot, kDatagrams> slots_;
+};
+
+}  // namespace Kelvane
