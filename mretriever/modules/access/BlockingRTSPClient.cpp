@@ -1,5 +1,8 @@
 #include "BlockingRTSPClient.h"
 
+#include <Groupsock.hh>
+#include <RTPSource.hh>
+
 #include "ReadAheadScheduler.h"
 #include "Retriever.h"
 
@@ -71,9 +74,13 @@ RTSPResult BlockingRTSPClient::setup(MediaSubsession& subsession, bool streamOut
                                      bool streamUsingTCP, bool forceMulticast) {
   auto* scheduler = dynamic_cast<ReadAheadScheduler*>(&envir().taskScheduler());
   if (streamUsingTCP && scheduler != nullptr) scheduler->readAhead(socketNum());
-  return await([&] {
+  const RTSPResult result = await([&] {
     return sendSetupCommand(subsession, onResponse, streamOutgoing, streamUsingTCP, forceMulticast);
   });
+  if (!streamUsingTCP && scheduler != nullptr && subsession.rtpSource() != nullptr) {
+    scheduler->readDatagramsAhead(subsession.rtpSource()->RTPgs()->socketNum());
+  }
+  return result;
 }
 
 RTSPResult BlockingRTSPClient::play(MediaSession& session, double start, double end, float scale) {
