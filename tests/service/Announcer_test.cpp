@@ -120,6 +120,8 @@ TEST(Announcer, SendsPositionsToTheTopic) {
   announcer->annonceGPS({99, 0}, 0, 8, 0);             // kept, message time ran back
   announcer->annonceGPS({2147483648, 5}, 0, 9.5F, 0);  // filled up with what is known
   connection->close();
+  const std::unique_ptr<Kelvane::PushInMediaAnnoncer> late(mretriever_createPushInMediaAnnoncer());
+  EXPECT_FATAL_EXIT(late->annonceGPS({100, 7}, 1, 1, 1), "CMS error: the connection is closed");
   testing::internal::CaptureStderr();
   announcer->annonceGPS({2147483649, 0}, 1, 1, 1);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),

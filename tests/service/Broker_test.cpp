@@ -138,7 +138,7 @@ TEST(Broker, WrongLoginThenADeathAndAReturn) {
   EXPECT_EQ("again", submit(*client, "again"));
 }
 
-TEST(BrokerLink, AddressesAndPeersThatAreNoBroker) {
+TEST(BrokerLink, Addresses) {
   const struct {
     const char* uri;
     const char* failure;
@@ -149,16 +149,79 @@ TEST(BrokerLink, AddressesAndPeersThatAreNoBroker) {
       {"failover:(tcp://h:1", "no closing parenthesis"},
       {"failover:(tcp://h:1,)", "only tcp:// is supported"},
       {"tcp://h:1?soTimeout=soon", "soTimeout is no number of milliseconds: soon"},
+      {"tcp://h?password=x", "\"tcp://h\": host:port expected: tcp://h"},
+      {"tcp://h:1?password=50%", "\"tcp://h:1\": password: % without two digits"},
   };
   for (const auto& address : addresses)
     EXPECT_THAT(failureOf([&] { connect(address.uri); }), HasSubstr(address.failure))
         << address.uri;
 
-  // Nobody there, and somebody mute: the time limit holds.
   const std::string closed = "tcp://127.0.0.1:" + std::to_string(testsupport::freeTcpPort());
   EXPECT_THAT(failureOf([&] { connect(closed); }), HasSubstr("Connection refused"));
-  const auto start = std::chrono::steady_clock::now();
   EXPECT_THAT(failureOf([&] { connect("failover:(" + closed + "?soTimeout=300)"); }),
               HasSubstr("Connection refused"));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+TEST(BrokerLink, HostilePeers) {
+  const auto frame = [](const std::string& body) {
+    return testsupport::bytes({0, 0, 0, static_cast<int>(body.size())}) + body;
+  };
+  const auto format = [&frame](int version, const std::string& options) {
+    return frame(
+        "\x01"
+        "ActiveMQ" +
+        testsupport::bytes({0, 0, 0, version, 1, 0, 0, 0}) + static_cast<char>(options.size()) +
+        options);
+  };
+  const std::string good = format(12, std::string(4, '\0'));
+  // The answer to the login, which is command 1.
+  const std::string in = good + frame(testsupport::hex("1e 00000009 00 00000001"));
+  const struct {
+    const char* name;
+    std::string sent, failure;
+    bool closes;
+  } peers[] = {
+      {"mute", "", "the broker does not answer", false},
+      {"gone at once", "", "the broker closed the connection", true},
+      {"a web server", "HTTP/1.1 400 Bad\r\n\r\n", "a frame of 1213486160 bytes", false},
+      {"empty frame", std::string(4, '\0'), "a frame of 0 bytes", false},
+      {"promises 100 MB", testsupport::hex("06400000") + "x", "does not answer", false},
+      {"truncated", good.substr(0, 20), "closed the connection", true},
+      {"wrong magic",
+       frame("\x01"
+             "PassiveMQ"),
+       "no ActiveMQ broker", false},
+      {"old", format(3, ""), "speaks version 3 of OpenWire", false},
+      {"four billion options", format(12, testsupport::hex("ffffffff 0001 61 01 01")),
+       "ends too early", false},
+      {"mute to the login", good, "does not answer", false},
+      {"refusal cut short", good + frame(testsupport::hex("1f 00000009 00 00000001 01 01 ffff")),
+       "ends too early", false},
+      {"refusal without a text", good + frame(testsupport::hex("1f 00000009 00 00000001 00")),
+       "unknown error", false},
+      {"mute behind the login", in, "does not answer", false},
+      {"message of nobody knows what", in + frame(testsupport::hex("15 00000009 00 01 4d")),
+       "unknown object 77", false},
+      {"endless nesting", in + frame(testsupport::hex("15 00000009 00 01 6e 00 01 6e 00 01 6e")),
+       "misplaced object 110", false},
+      {"leaves", in + frame(testsupport::hex("0b 00000009 00")), "shutting down", false},
+  };
+  for (const auto& each : peers) {
+    testsupport::TcpPeer peer;
+    std::thread playing([&] {
+      auto connection = peer.accept();
+      // Nothing stays unread, or a close would be a reset.
+      connection.readUntil("MaxInactivityDurationInitalDelay");
+      connection.read(9);
+      connection.write(each.sent);
+      if (!each.closes) connection.awaitClose();
+    });
+    const std::string uri = "tcp://127.0.0.1:" + std::to_string(peer.port()) + "?soTimeout=500";
+    EXPECT_THAT(failureOf([&] {
+                  const std::unique_ptr<cms::Session> session(connect(uri)->createSession());
+                }),
+                HasSubstr(each.failure))
+        << each.name;
+    playing.join();
+  }
 }

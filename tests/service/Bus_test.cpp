@@ -1,5 +1,7 @@
 // Service calls over a real message bus.
 #include <gmock/gmock.h>
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TTransportException.h>
 
 #include "ElogHandler.h"
@@ -185,15 +187,26 @@ TEST(BusService, RequestFormAndUserId) {
   EXPECT_EQ("payload", request.getAttachment(0).second);
   EXPECT_EQ("response0", request.getAttachment(0).first);
 
-  TDX_MBUS_Server_Transport_Impl listener("named", bus.address(),
-                                          static_cast<std::uint16_t>(bus.port()), "", "");
-  listener.open();
-  Message identified(headerOf("named"), "ReplyTo: 1.2.3.4 5");
-  identified.addAttachment("", "body");
-  identified.userid_ = 4242;
-  party.messenger.send(identified, nullptr);
-  const std::unique_ptr<TDX_Transport> accepted(listener.accept());
-  EXPECT_EQ(4242U, accepted->user_id());
+  // Two requests for the same worker, each seen with its own user.
+  TDX_Service service = serviceOn(bus);
+  RunningElog elog(service, 1);
+  elog.client();
+  const auto buffer = std::make_shared<apache::thrift::transport::TMemoryBuffer>();
+  NV_TDX::ELogClient(std::make_shared<apache::thrift::protocol::TBinaryProtocol>(buffer))
+      .send_submitAction(action("who"));
+  const Message::Header own = headerOf("");
+  ASSERT_TRUE(party.messenger.subscribe(own, nullptr, true));
+  for (const std::uint32_t user : {4242U, 7U}) {
+    Message identified(headerOf(RunningElog::kName),
+                       "ReplyTo: " + own.devID.IP + " " + std::to_string(own.devID.id));
+    identified.addAttachment("", buffer->getBufferAsString());
+    identified.userid_ = user;
+    party.messenger.send(identified, nullptr);
+    Message reply;
+    ASSERT_TRUE(party.messenger.recv(&reply, nullptr));
+    EXPECT_THAT(reply.getAttachment(0).second, HasSubstr("user " + std::to_string(user)));
+  }
+  EXPECT_EQ(0U, service.getUserId());
 }
 
 TEST(BusService, OutlivesTheBus) {

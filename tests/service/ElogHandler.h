@@ -23,7 +23,8 @@ inline NV_TDX::Action action(const std::string& message) {
 }
 
 // An event log that remembers. The message steers it: "refuse" is answered
-// with FwException, "break" with another exception, "wait" when released.
+// with FwException, "break" with another exception, "wait" when released,
+// "who" with the user id of the request.
 class ElogHandler : public NV_TDX::ELogIf {
  public:
   void submitAction(NV_TDX::ActionResponse& result, const NV_TDX::Action& action) override {
@@ -38,15 +39,12 @@ class ElogHandler : public NV_TDX::ELogIf {
     if (message == "break") throw std::runtime_error("disk on fire");
     std::unique_lock<std::mutex> lock(mutex_);
     if (message == "wait") changed_.wait_for(lock, kPatience, [this] { return released_; });
-    result.parameters["echo"] = message;
+    result.parameters["echo"] =
+        message == "who" ? "user " + std::to_string(service->getUserId()) : message;
     result.parameters["action"] = action.name;
   }
   void submitActionA(const NV_TDX::Action& action) override { note(action); }
 
-  bool awaitMessages(std::size_t count) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, kPatience, [&] { return messages_.size() >= count; });
-  }
   std::vector<std::string> messages() {
     const std::lock_guard<std::mutex> lock(mutex_);
     return messages_;
@@ -56,6 +54,7 @@ class ElogHandler : public NV_TDX::ELogIf {
     released_ = true;
     changed_.notify_all();
   }
+  TDX_Service* service = nullptr;  // that runs it
   std::size_t threads() {
     const std::lock_guard<std::mutex> lock(mutex_);
     return threads_.size();
@@ -82,6 +81,7 @@ class RunningElog {
 
   explicit RunningElog(TDX_Service& service, int workers = 4)
       : handler(std::make_shared<ElogHandler>()), service_(service) {
+    handler->service = &service_;
     service_.add_processor(kName, std::make_shared<NV_TDX::ELogProcessor>(handler));
     thread_ = std::thread([this, workers] { service_.serve(workers, nullptr); });
   }

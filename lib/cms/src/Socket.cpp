@@ -122,7 +122,8 @@ bool Socket::awaitData(int milliseconds) const {
 
 void Socket::read(char* to, std::size_t count, Clock::time_point deadline) {
   while (count > 0) {
-    if (!awaitData(leftMs(deadline))) throw CMSException("the broker does not answer");
+    const int left = leftMs(deadline);  // data may come without end
+    if (left == 0 || !awaitData(left)) throw CMSException("the broker does not answer");
     const ssize_t got = ::recv(fd_, to, count, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got == 0) throw CMSException("the broker closed the connection");
