@@ -13,8 +13,6 @@
 
 #include "Net.h"
 
-using Kelvane::UniqueFd;
-
 namespace {
 
 sockaddr_in nameOf(const std::string& address, int port) {
@@ -31,6 +29,7 @@ sockaddr_in nameOf(const std::string& address, int port) {
 pid_t spawn(const std::vector<std::string>& command) {
   std::vector<std::string> words = command;
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   const pid_t child = fork();

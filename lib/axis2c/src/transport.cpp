@@ -55,7 +55,7 @@ void setLogin(CURL* curl, const Credentials& login, bool withheld, long scheme, 
 
 // Worded after the socket call that failed: that is what callers tell network and device apart by.
 std::string describe(CURL* curl, CURLcode code, const axis2_options& options, const char* detail) {
-  const std::string reason = *detail == '\0' ? curl_easy_strerror(code) : detail;
+  std::string reason = *detail == '\0' ? curl_easy_strerror(code) : detail;
   long requestBytes = 0;
   curl_easy_getinfo(curl, CURLINFO_REQUEST_SIZE, &requestBytes);
   switch (code) {

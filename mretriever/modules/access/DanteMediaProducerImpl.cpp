@@ -17,7 +17,7 @@
 
 namespace Kelvane {
 
-using dante::_PACKHEADER;
+using dante::_PACKHEADER;  // NOLINT(bugprone-reserved-identifier): the protocol's name
 using dante::tagVENCODERPARAMSEX;
 
 namespace {

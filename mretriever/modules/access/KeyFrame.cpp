@@ -40,7 +40,8 @@ class Frame {
 
 bool mpeg4StartsReplay(const Frame& frame) {
   const auto isHeader = [](std::optional<std::uint32_t> word) {
-    return word == 0x1B0 || word == 0x1B5 || word == 0x1B3;
+    const std::uint32_t code = word.value_or(0);
+    return code == 0x1B0 || code == 0x1B5 || code == 0x1B3;
   };
   if (isHeader(frame.word(0))) return true;
   const auto p = frame.zero(4, 3);
@@ -64,7 +65,8 @@ bool h264StartsReplay(const Frame& frame) {
 
 bool mpeg2StartsReplay(const Frame& frame) {
   const auto isHeader = [](std::optional<std::uint32_t> word) {
-    return word == 0x1B8 || word == 0x1B3;
+    const std::uint32_t code = word.value_or(0);
+    return code == 0x1B8 || code == 0x1B3;
   };
   const auto isIntra = [&frame](std::size_t at) {
     const auto byte = frame.byte(at);

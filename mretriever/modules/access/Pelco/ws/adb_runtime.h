@@ -165,7 +165,7 @@ void adb_stub_start(const adb_service_t* service, unsigned op, axis2_stub_t* stu
 
 #define ADB_DEFINE_FIELD(R, N, F, T, C, M)                                                       \
   T AXIS2_CALL adb_##R##_get_##F(adb_##R##_t* record, const axutil_env_t* env) {                 \
-    return (T)adb_get((adb_record_t*)record, env, N - 1).M;                                      \
+    return (T)adb_get((adb_record_t*)record, env, (N)-1).M;                                      \
   }                                                                                              \
   T AXIS2_CALL adb_##R##_get_property##N(adb_##R##_t* record, const axutil_env_t* env) {         \
     return adb_##R##_get_##F(record, env);                                                       \
@@ -174,17 +174,17 @@ void adb_stub_start(const adb_service_t* service, unsigned op, axis2_stub_t* stu
                                               C value) {                                         \
     adb_value_t v = {0};                                                                         \
     v.M = (T)value;                                                                              \
-    return adb_set((adb_record_t*)record, env, N - 1, v);                                        \
+    return adb_set((adb_record_t*)record, env, (N)-1, v);                                        \
   }                                                                                              \
   axis2_status_t AXIS2_CALL adb_##R##_reset_##F(adb_##R##_t* record, const axutil_env_t* env) {  \
-    return adb_reset((adb_record_t*)record, env, N - 1);                                         \
+    return adb_reset((adb_record_t*)record, env, (N)-1);                                         \
   }                                                                                              \
   axis2_bool_t AXIS2_CALL adb_##R##_is_##F##_nil(adb_##R##_t* record, const axutil_env_t* env) { \
-    return adb_is_nil((adb_record_t*)record, env, N - 1);                                        \
+    return adb_is_nil((adb_record_t*)record, env, (N)-1);                                        \
   }                                                                                              \
   axis2_status_t AXIS2_CALL adb_##R##_set_##F##_nil(adb_##R##_t* record,                         \
                                                     const axutil_env_t* env) {                   \
-    return adb_set_nil((adb_record_t*)record, env, N - 1);                                       \
+    return adb_set_nil((adb_record_t*)record, env, (N)-1);                                       \
   }
 
 #define ADB_DECLARE_LIST(R, F, T, C)                                                              \
@@ -202,25 +202,25 @@ void adb_stub_start(const adb_service_t* service, unsigned op, axis2_stub_t* stu
 #define ADB_DEFINE_LIST(R, N, F, T, C)                                                            \
   axis2_status_t AXIS2_CALL adb_##R##_add_##F(adb_##R##_t* record, const axutil_env_t* env,       \
                                               C item) {                                           \
-    return adb_add((adb_record_t*)record, env, N - 1, (void*)item);                               \
+    return adb_add((adb_record_t*)record, env, (N)-1, (void*)item);                               \
   }                                                                                               \
   int AXIS2_CALL adb_##R##_sizeof_##F(adb_##R##_t* record, const axutil_env_t* env) {             \
-    return adb_sizeof((adb_record_t*)record, env, N - 1);                                         \
+    return adb_sizeof((adb_record_t*)record, env, (N)-1);                                         \
   }                                                                                               \
   T AXIS2_CALL adb_##R##_get_##F##_at(adb_##R##_t* record, const axutil_env_t* env, int i) {      \
-    return (T)adb_get_at((adb_record_t*)record, env, N - 1, i);                                   \
+    return (T)adb_get_at((adb_record_t*)record, env, (N)-1, i);                                   \
   }                                                                                               \
   axis2_status_t AXIS2_CALL adb_##R##_set_##F##_at(adb_##R##_t* record, const axutil_env_t* env,  \
                                                    int i, C item) {                               \
-    return adb_set_at((adb_record_t*)record, env, N - 1, i, (void*)item);                         \
+    return adb_set_at((adb_record_t*)record, env, (N)-1, i, (void*)item);                         \
   }                                                                                               \
   axis2_bool_t AXIS2_CALL adb_##R##_is_##F##_nil_at(adb_##R##_t* record, const axutil_env_t* env, \
                                                     int i) {                                      \
-    return adb_is_nil_at((adb_record_t*)record, env, N - 1, i);                                   \
+    return adb_is_nil_at((adb_record_t*)record, env, (N)-1, i);                                   \
   }                                                                                               \
   axis2_status_t AXIS2_CALL adb_##R##_set_##F##_nil_at(adb_##R##_t* record,                       \
                                                        const axutil_env_t* env, int i) {          \
-    return adb_set_nil_at((adb_record_t*)record, env, N - 1, i);                                  \
+    return adb_set_nil_at((adb_record_t*)record, env, (N)-1, i);                                  \
   }
 
 /* S: service, X: operation, AT: its position in the service's table. */
