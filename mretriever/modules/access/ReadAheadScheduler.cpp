@@ -31,14 +31,17 @@ void ReadAheadScheduler::readAhead(int socket) {
 void ReadAheadScheduler::forget() {
   socket_ = -1;
   begin_ = end_ = 0;
+  unsettled_ = false;
 }
 
 int ReadAheadScheduler::read(unsigned char* to, unsigned size) {
   if (!pending()) {
+    if (settling_) return 0;
     const ssize_t got = recv(socket_, block_.data(), block_.size(), MSG_DONTWAIT);
     if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return 0;
     if (got <= 0) return -1;
     ++blocks_;
+    unsettled_ = true;
     begin_ = 0;
     end_ = static_cast<std::size_t>(got);
   }
@@ -70,7 +73,21 @@ int ReadAheadScheduler::waiting() const {
   return -1;
 }
 
+// Behind each packet the library wants a call of the handler in which it reads
+// nothing. Behind the last of a block it would come from a select() of its own.
+void ReadAheadScheduler::settle() {
+  if (!unsettled_ || pending()) return;
+  unsettled_ = false;
+  const auto reader = readers_.find(socket_);
+  if (reader == readers_.end()) return;
+  const Handler handler = reader->second;
+  settling_ = true;
+  handler.call(handler.clientData, SOCKET_READABLE);
+  settling_ = false;
+}
+
 void ReadAheadScheduler::SingleStep(unsigned maxDelayTime) {
+  settling_ = false;  // a handler may run the loop within itself
   // Looked up each time: the call may change or remove the handler.
   int socket = waiting();
   for (int calls = 0; socket >= 0 && calls < kCallsInARow; ++calls) {
@@ -78,6 +95,7 @@ void ReadAheadScheduler::SingleStep(unsigned maxDelayTime) {
     reader.call(reader.clientData, SOCKET_READABLE);
     socket = waiting();
   }
+  settle();
   BasicTaskScheduler::SingleStep(socket >= 0 ? kNoDelay : maxDelayTime);
 }
 

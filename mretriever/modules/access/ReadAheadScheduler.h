@@ -53,6 +53,7 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   void moveSocketHandling(int from, int to) override;
   bool pending() const { return begin_ < end_; }
   void forget();
+  void settle();
   // A socket with a handler for what has been read ahead; -1 if there is none.
   int waiting() const;
 
@@ -65,6 +66,8 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   int socket_ = -1;
   std::size_t begin_ = 0, end_ = 0;  // unread part of the block
   unsigned long blocks_ = 0;
+  bool unsettled_ = false;  // a block has come since settle()
+  bool settling_ = false;   // nothing is read meanwhile
   std::array<unsigned char, 65536> block_;
 };
 
