@@ -70,31 +70,6 @@ TEST(ChunkStorage, CutsAccessUnitsWithTheirHeaders) {
   for (const auto& c : cases) {
     writeFile(name, concat(c.units));
     EXPECT_EQ(readAll(c.reader, name), c.units);
-    EXPECT_EQ(readAll(c.reader, name), c.units) << "the same file opened once more";
-  }
-}
-
-TEST(ChunkStorage, ReadsWhatAnEncoderMakes) {
-  const TemporaryFolder folder;
-  const struct {
-    const char* options;
-    std::unique_ptr<Kelvane::ChunkStorageImpl> reader;
-  } cases[] = {
-      {"-c:v libx264 -g 10 -f h264", std::make_unique<Kelvane::H264ChunkStorageImpl>()},
-      {"-c:v mpeg4 -g 10 -f m4v", std::make_unique<Kelvane::M4VChunkStorageImpl>()},
-      {"-c:v mpeg2video -g 10 -f mpeg2video", std::make_unique<Kelvane::MPEG2ChunkStorageImpl>()},
-      {"-c:v mjpeg -pix_fmt yuvj420p -f mjpeg", std::make_unique<Kelvane::MJPGChunkStorageImpl>()},
-  };
-  for (const auto& c : cases) {
-    const std::string name = folder.path() + "/clip";
-    Subprocess ffmpeg({"sh", "-c",
-                       std::string("ffmpeg -v error -y -f lavfi -i testsrc2=s=352x288 "
-                                   "-frames:v 50 ") +
-                           c.options + " " + name});
-    ASSERT_EQ(ffmpeg.wait(), 0) << ffmpeg.output();
-    const auto units = readAll(*c.reader, name);
-    EXPECT_EQ(units.size(), 50U) << c.options;
-    EXPECT_EQ(concat(units).size(), std::filesystem::file_size(name)) << c.options;
   }
 }
 

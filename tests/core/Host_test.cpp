@@ -1,17 +1,11 @@
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include "AccessLog.h"
 #include "Exceptions.h"
 #include "Log4cppWrapper.h"
 #include "Thread.h"
-#include "UniqueFd.h"
-#include "support/Subprocess.h"
 #include "support/TestHost.h"
 
 using namespace testsupport;
 using Kelvane::Cfg;
-using Kelvane::StreamState;
 
 TEST(Cfg, NumbersAreWholeOrNamed) {
   const TestHost host;
@@ -29,25 +23,6 @@ TEST(Cfg, NumbersAreWholeOrNamed) {
     }
   }
   EXPECT_THROW(Cfg::value("ABSENT"), std::invalid_argument);
-}
-
-TEST(StreamState, SendsADatagramAChange) {
-  const TemporaryFolder folder;
-  const std::string path = folder.path() + "/state";
-  const Kelvane::UniqueFd watcher(socket(AF_UNIX, SOCK_DGRAM, 0));
-  sockaddr_un name{};
-  name.sun_family = AF_UNIX;
-  path.copy(name.sun_path, sizeof name.sun_path - 1);
-  ASSERT_EQ(bind(watcher.get(), reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
-
-  StreamState state;
-  state.open(path, 7);
-  const timeval when{12, 34};
-  state.setState(StreamState::STREAM_LOST, StreamState::NET_FAILURE, &when);
-  char text[256] = {};
-  ASSERT_GT(recv(watcher.get(), text, sizeof text - 1, MSG_DONTWAIT), 0);
-  EXPECT_STREQ(text, R"({"objid":7,"state":"STREAM_LOST","errno":"NET_FAILURE","time":[12,34]})");
-  EXPECT_THROW(state.open(std::string(200, 'x'), 7), Kelvane::NetworkException);
 }
 
 TEST(Log, FallbackFormIsWrittenWhateverTheLevel) {

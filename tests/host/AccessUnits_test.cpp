@@ -1,21 +1,17 @@
 #include "AccessUnits.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
+
+#include "support/TcpPeer.h"
 
 using host::AccessUnit;
 using host::AccessUnitAssembler;
 using host::VideoCodec;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testsupport::bytes;
 
 namespace {
-
-std::string bytes(std::initializer_list<int> values) {
-  std::string text;
-  for (int value : values) text += static_cast<char>(value);
-  return text;
-}
 
 const std::string kLong("\0\0\0\1", 4);
 const std::string kShort("\0\0\1", 3);

@@ -1,10 +1,6 @@
 #include "StatusLine.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <memory>
+#include "support/TestHost.h"
 
 using testing::HasSubstr;
 
@@ -14,10 +10,7 @@ namespace {
 struct Status {
   Status() : file(tmpfile(), fclose), line(file.get()) {}
   void frame(const std::string& data, Kelvane::MEDIA_TYPE media = Kelvane::VIDEO) {
-    Kelvane::MediaFrame made(static_cast<uint8_t*>(malloc(data.size())),
-                             static_cast<uint32_t>(data.size()), media);
-    memcpy(made.data, data.data(), data.size());
-    line.onFrame(made);
+    line.onFrame(*testsupport::mediaFrame(data, media));
   }
   std::string finished() {
     line.finish();

@@ -1,15 +1,13 @@
 #include "TraceWriter.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <json/reader.h>
 
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <thread>
 
 #include "support/Subprocess.h"
+#include "support/TestHost.h"
 
 using namespace testsupport;
 using host::TraceWriter;
@@ -31,12 +29,9 @@ struct Trace {
     return all;
   }
   void frame(const std::string& data, Kelvane::MEDIA_TYPE media, const std::string& objects = "") {
-    Kelvane::MediaFrame frame(static_cast<uint8_t*>(malloc(data.size() + 1)),
-                              static_cast<uint32_t>(data.size()), media);
-    memcpy(frame.data, data.data(), data.size());
-    frame.tv = {12, 34};
-    frame.objectsData = objects;
-    writer.onFrame(frame);
+    const auto frame = mediaFrame(data, media, {12, 34});
+    frame->objectsData = objects;
+    writer.onFrame(*frame);
   }
 
   TemporaryFolder folder;
@@ -56,23 +51,33 @@ TEST(TraceWriter, EachEventHasItsFields) {
   trace.writer.onExtraData("metadata", {1, 2}, R"({"tags":[1]})");
   const auto lines = trace.lines();
   ASSERT_EQ(lines.size(), 7U);
-  EXPECT_EQ(lines[0]["codec"], "PCMU");
-  EXPECT_EQ(lines[0]["config"], "00ff");
-  EXPECT_EQ(lines[1]["codec"], "PCMU");
-  EXPECT_EQ(lines[1]["crc32"], "cbf43926");
-  EXPECT_EQ(lines[1]["head"], "313233343536373839");
-  EXPECT_EQ(lines[1]["tv"][0], 12);
-  EXPECT_EQ(lines[1]["tv"][1], 34);
+  const struct {
+    int line;
+    const char *path, *text;  // of one field
+  } fields[] = {
+      {0, "codec", "PCMU"},
+      {0, "config", "00ff"},
+      {1, "codec", "PCMU"},
+      {1, "crc32", "cbf43926"},
+      {1, "head", "313233343536373839"},
+      {2, "codec", ""},
+      {2, "size", "40"},
+      {3, "crc32", "00000000"},
+      {3, "objects", R"({"a":"b"})"},
+      {4, "state", "STREAM_LOST"},
+      {4, "errno", "NET_FAILURE"},
+  };
+  for (const auto& field : fields) {
+    EXPECT_EQ(lines[static_cast<std::size_t>(field.line)][field.path].asString(), field.text)
+        << field.path;
+  }
+  const auto pair = [](const Json::Value& value) {
+    return value[0].asString() + " " + value[1].asString();
+  };
+  EXPECT_EQ(pair(lines[1]["tv"]), "12 34");
   EXPECT_FALSE(lines[1].isMember("objects"));
-  EXPECT_EQ(lines[2]["codec"], "");
-  EXPECT_EQ(lines[2]["size"], 40);
   EXPECT_EQ(lines[2]["head"].asString().size(), 64U);
-  EXPECT_EQ(lines[3]["crc32"], "00000000");
-  EXPECT_EQ(lines[3]["objects"], R"({"a":"b"})");
-  EXPECT_EQ(lines[4]["state"], "STREAM_LOST");
-  EXPECT_EQ(lines[4]["errno"], "NET_FAILURE");
-  EXPECT_EQ(lines[5]["args"][0], false);
-  EXPECT_EQ(lines[5]["args"][1], true);
+  EXPECT_EQ(pair(lines[5]["args"]), "false true");
   EXPECT_EQ(lines[6]["record"]["tags"][0], 1);
 }
 

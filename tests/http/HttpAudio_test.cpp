@@ -44,11 +44,7 @@ class AudioCamera {
     send(all);
     finish();
   }
-  std::vector<std::string> blocks() {
-    std::vector<std::string> all;
-    for (const SinkFrame& frame : host.audio()->frames()) all.push_back(frame.data);
-    return all;
-  }
+  std::vector<std::string> blocks() { return host.audio()->data(); }
 
   TestHost host;
   Kelvane::HTTPMediaProducerImpl producer;

@@ -147,15 +147,6 @@ TEST_F(PelcoOperations, CallsKeepTheConnectionAndSendTheirOwnActions) {
   EXPECT_THAT(requests[2], HasSubstr("SOAPAction: \"urn:own\"\r\n"));
 }
 
-TEST_F(PelcoOperations, ADeviceThatHangsUpIsConnectedAnew) {
-  ScriptedDevice device({http("200 OK", soap(kRefreshed)), http("200 OK", soap(kRefreshed))}, true);
-  connect(device.address());
-  EXPECT_TRUE(refresh()) << error();
-  EXPECT_TRUE(refresh()) << error();
-  device.requests();
-  EXPECT_EQ(device.connections(), 2);
-}
-
 TEST_F(PelcoOperations, FailuresLeaveTheirReasonInTheEnvironment) {
   std::string deep;
   for (int i = 0; i < 50000; ++i) deep += "<a>";
@@ -206,12 +197,12 @@ TEST_F(PelcoOperations, FailuresLeaveTheirReasonInTheEnvironment) {
 
 TEST_F(PelcoOperations, ManyAttributesCostNoSeconds) {
   std::string flood = "<s:x";
-  for (int i = 0; flood.size() < 260000; ++i) flood += " a" + std::to_string(i) + "=''";
+  for (int i = 0; flood.size() < 130000; ++i) flood += " a" + std::to_string(i) + "=''";
   ScriptedDevice device({http("200 OK", soap(flood + "/>"))});
   connect(device.address());
   const std::clock_t begin = std::clock();  // not the wall: other tests share the machine
   EXPECT_FALSE(refresh());
-  EXPECT_LT(std::clock() - begin, 5 * CLOCKS_PER_SEC);
+  EXPECT_LT(std::clock() - begin, 2 * CLOCKS_PER_SEC);
 }
 
 TEST_F(PelcoOperations, AMuteDeviceIsLeftAfterTheTimeLimit) {
@@ -240,11 +231,6 @@ TEST_F(PelcoOperations, ADeviceThatIsNotThereIsNamed) {
   connect(address);
   EXPECT_FALSE(refresh());
   EXPECT_THAT(error(), HasSubstr("Unable to connect() to " + address));
-  EXPECT_EQ(axis2_stub_op_VideoOutput_Disconnect(nullptr, env(), nullptr), nullptr);
-  adb_RefreshSession_t* request = adb_RefreshSession_create_with_values(env(), "17", 30);
-  EXPECT_EQ(axis2_stub_op_VideoOutput_RefreshSession(nullptr, env(), request), nullptr);
-  EXPECT_THAT(log(), HasSubstr("options is null in stub"));
-  adb_RefreshSession_free(request, env());
 }
 
 TEST_F(PelcoOperations, TheTrialCallTellsWhichLoginIsWanted) {

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <memory>
-#include <ostream>
 #include <thread>
 
 #include "PelcoMediaProducerImpl.h"
@@ -18,24 +17,13 @@ using testing::Not;
 
 namespace {
 
-// A simulated camera with what it prints: each operation with its session.
-class Camera {
- public:
-  explicit Camera(const std::vector<std::string>& options = {})
-      : process_([&options] {
-          std::vector<std::string> command{builtProgram("camsim"), "pelco", "--port", "0"};
-          command.insert(command.end(), options.begin(), options.end());
-          return command;
-        }()) {
-    EXPECT_TRUE(process_.awaitOutput("listening on ")) << process_.output();
-    const std::string text = process_.output();
-    port_ = text.substr(text.find(':', text.find("listening on ")) + 1);
-    port_ = port_.substr(0, port_.find('\n'));
-  }
-  const std::string& port() const { return port_; }
-  Subprocess& process() { return process_; }
-  std::string output() { return process_.output(); }
-
+// A simulated camera prints each operation with its session.
+struct Camera : SimulatedDevice {
+  explicit Camera(std::vector<std::string> options = {})
+      : SimulatedDevice([&options] {
+          options.insert(options.begin(), {"pelco", "--port", "0"});
+          return options;
+        }()) {}
   // False when `text` was not printed that often in time.
   bool awaitTimes(const std::string& text, int times) {
     return eventually([&] {
@@ -45,10 +33,6 @@ class Camera {
       return found >= times;
     });
   }
-
- private:
-  Subprocess process_;
-  std::string port_;
 };
 
 TestHost::Keys keysFor(const Camera& camera, const TestHost::Keys& more = {}) {
@@ -58,7 +42,7 @@ TestHost::Keys keysFor(const Camera& camera, const TestHost::Keys& more = {}) {
                {"MEDIA_FORMAT", "h264"},
                {"MODELID", "IXE20DN"},
                {"DEVIP", "127.0.0.1"},
-               {"PELCO_SOAP_PORT", camera.port()},
+               {"PELCO_SOAP_PORT", camera.port},
                {"USRNAME", "admin"},
                {"PASSWD", "secret"}});
   return keys;
@@ -111,7 +95,7 @@ TEST_P(PelcoSession, IsRefreshedWhileVideoArrivesAndDisconnected) {
   EXPECT_THAT(camera.output(), Not(HasSubstr("expired")));
   EXPECT_THAT(camera.output(), Not(HasSubstr("Disconnect")));
   session.end();
-  EXPECT_TRUE(camera.process().awaitOutput("Disconnect 17\n"));
+  EXPECT_TRUE(camera.process.awaitOutput("Disconnect 17\n"));
   EXPECT_THAT(session.host.states(), testing::IsEmpty());
   // An even port, and one call of each.
   const std::string calls = camera.output();
@@ -124,8 +108,7 @@ TEST_P(PelcoSession, IsRefreshedWhileVideoArrivesAndDisconnected) {
 INSTANTIATE_TEST_SUITE_P(Cameras, PelcoSession,
                          testing::Values(Case{"none", "h264", "IXE20DN", "97"},
                                          Case{"basic", "mpeg4", "NET5301T-TXB", "96"},
-                                         Case{"digest", "h264", "x-IM10C10-y", "96"}),
-                         [](const auto& tested) { return std::string(tested.param.auth); });
+                                         Case{"digest", "h264", "x-IM10C10-y", "96"}));
 
 TEST(PelcoProducer, ARefusedRefreshDoesNotEndTheStream) {
   Camera camera({"--fault", "RefreshSession"});
@@ -142,7 +125,7 @@ void outliveTheSession(Camera& camera) {
   Session session(keysFor(camera));
   PelcoMediaProducerImpl::KeepAliveHolder::waitsPerRefresh = 1000;
   std::thread host([&] { session.producer->start(); });
-  if (!camera.process().awaitOutput("session 17 expired")) _exit(2);
+  if (!camera.process.awaitOutput("session 17 expired")) _exit(2);
   if (camera.output().find("RefreshSession") != std::string::npos) _exit(3);
   session.host.stop();
   host.join();
@@ -169,12 +152,6 @@ TEST(PelcoProducer, EveryFailureOfTheConversationEndsTheProcess) {
        "VideoOutput_Query() failed: Server closed connection without an answer",
        "STREAM_LOST DEV_CLOSED_SOCKET"},
       {{"--no-streams"}, "No streams found", "UNKNOWN UNK"},
-      {{"--hostile", "Query", "--hostile-kind", "entities"},
-       "VideoOutput_Query() failed: Invalid XML",
-       "UNKNOWN UNK"},
-      {{"--hostile", "Connect", "--hostile-kind", "deep"},
-       "VideoOutput_Connect() failed: Invalid XML",
-       "UNKNOWN UNK"},
       {{"--hostile", "Connect", "--hostile-kind", "flood"},
        "VideoOutput_Connect() failed: Answer of more than",
        "UNKNOWN UNK"},

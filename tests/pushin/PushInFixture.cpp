@@ -1,22 +1,16 @@
 #include "PushInFixture.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <stdexcept>
 
+#include "support/TcpPeer.h"
+
 namespace testsupport {
 
-PushInPeer::PushInPeer(const std::string& path) : fd_(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-  sockaddr_un name{};
-  name.sun_family = AF_UNIX;
-  path.copy(name.sun_path, sizeof name.sun_path - 1);
+PushInPeer::PushInPeer(const std::string& path) : fd_(unixSocket(path, false)) {
   const timeval patience{kPatience.count(), 0};
   setsockopt(fd_.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-  const bool there = eventually([&] {
-    return connect(fd_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
-  });
-  if (!there) throw std::runtime_error("nobody serves " + path);
 }
 
 void PushInPeer::send(const std::string& datagram) {

@@ -6,32 +6,6 @@
 
 using namespace Kelvane;
 
-TEST(PushInMedia, TheFirstKnownWordDecides) {
-  const struct {
-    const char* contentType;
-    PushInKind kind;
-    const char* at;
-  } cases[] = {
-      {"audio/MPEG4-GENERIC;config=1210", PushInKind::aac, "MPEG4-GENERIC;config=1210"},
-      {"PCMU;MPEG4-GENERIC", PushInKind::aac, "MPEG4-GENERIC"},
-      {"audio/PCMU", PushInKind::pcmu, "PCMU"},
-      {"audio/L16/16000/2", PushInKind::l16WithRate, "L16/16000/2"},
-      {"L16;L16/8000/1", PushInKind::l16WithRate, "L16/8000/1"},
-      {"audio/L16", PushInKind::l16, "L16"},
-      {"audio/L8", PushInKind::l8, "L8"},
-      {"audio/pcmu", PushInKind::video, "audio/pcmu"},
-      {"video/H264", PushInKind::video, "video/H264"},
-      {"", PushInKind::video, ""},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(typeOf(c.contentType).kind, c.kind) << c.contentType;
-    EXPECT_STREQ(typeOf(c.contentType).at, c.at) << c.contentType;
-  }
-  EXPECT_TRUE(hasRateAndChannels("L16/8000/1"));
-  EXPECT_FALSE(hasRateAndChannels("L16/8000"));
-  EXPECT_FALSE(hasRateAndChannels("L16/x/1"));
-}
-
 TEST(PushInMedia, AacConfigurationIsFourDigitsAndASemicolon) {
   using Outcome = AacConfig::Outcome;
   const struct {

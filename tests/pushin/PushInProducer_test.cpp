@@ -11,16 +11,6 @@ using namespace testsupport;
 using Kelvane::Cfg;
 using Kelvane::Time_Val;
 
-namespace {
-
-std::vector<std::string> payloads(CapturingSink* sink) {
-  std::vector<std::string> all;
-  for (const SinkFrame& frame : sink->frames()) all.push_back(frame.data);
-  return all;
-}
-
-}  // namespace
-
 TEST(PushInFraming, DoesNotDependOnDatagramBoundaries) {
   std::vector<std::string> bodies;
   // Around the stream's buffer, around the sink's buffer, with every byte value.
@@ -52,7 +42,7 @@ TEST(PushInFraming, DoesNotDependOnDatagramBoundaries) {
     ASSERT_TRUE(serving.host.video()->awaitFrames(bodies.size()));
     EXPECT_EQ(serving.stopAndReadLog(), "");
     expected.resize(serving.host.video()->count());
-    EXPECT_TRUE(payloads(serving.host.video()) == expected) << limit;
+    EXPECT_TRUE(serving.host.video()->data() == expected) << limit;
   }
 }
 
@@ -65,7 +55,7 @@ TEST(PushInFraming, ASecondMessageInADatagramWaitsForTheNextDatagram) {
                           std::chrono::milliseconds(200)));
   peer.send(pushMessage("third"));
   EXPECT_TRUE(serving.host.video()->awaitFrames(3));
-  EXPECT_THAT(payloads(serving.host.video()), testing::ElementsAre("first", "second", "third"));
+  EXPECT_THAT(serving.host.video()->data(), testing::ElementsAre("first", "second", "third"));
 }
 
 TEST(PushInFraming, AnEmptyDatagramEndsTheHeadersAndBreaksABodyOff) {
@@ -79,7 +69,7 @@ TEST(PushInFraming, AnEmptyDatagramEndsTheHeadersAndBreaksABodyOff) {
   peer.send("");
   peer.send(pushMessage("next"));
   EXPECT_TRUE(serving.host.video()->awaitFrames(2));
-  EXPECT_THAT(payloads(serving.host.video()), testing::ElementsAre("abc", "next"));
+  EXPECT_THAT(serving.host.video()->data(), testing::ElementsAre("abc", "next"));
   const std::string log = serving.stopAndReadLog();
   EXPECT_THAT(log, testing::HasSubstr("CRT-5001 Error to read from socket: "));
   EXPECT_THAT(log, testing::HasSubstr(". Aready read: 4\n"));
@@ -100,12 +90,15 @@ TEST(PushInMessages, ContentTypesFindTheirSink) {
        {"ab", "c", "def"}},
       // Digits that do not decode: no configuration.
       {"audio/MPEG4-GENERIC;config=12x0;numpackets=0;offsets=-", "MPEG4-GENERIC", "", {"abcdef"}},
+      {"PCMU;MPEG4-GENERIC;config=1210;numpackets=0;offsets=-",
+       "MPEG4-GENERIC",
+       "\x12\x10",
+       {"abcdef"}},
       {"audio/PCMU", "PCMU", "", {"abcdef"}},
       {"audio/L16/16000/2", "L16/16000/2", "", {"abcdef"}},
       {"audio/L16", "L8", "", {"abcdef"}},
       {"audio/L8", "L8", "", {"abcdef"}},
-      {"video/H264", nullptr, "", {"abcdef"}},
-      {"anything", nullptr, "", {"abcdef"}},
+      {"audio/pcmu", nullptr, "", {"abcdef"}},
   };
   for (const Expected& c : cases) {
     SCOPED_TRACE(c.contentType);
@@ -116,7 +109,7 @@ TEST(PushInMessages, ContentTypesFindTheirSink) {
     peer.send(pushMessage("abcdef", {std::string("Content-Type: ") + c.contentType}));
     ASSERT_TRUE(sink->awaitFrames(c.frames.size()));
     serving.stopAndReadLog();
-    EXPECT_EQ(payloads(sink), c.frames);
+    EXPECT_EQ(sink->data(), c.frames);
     EXPECT_EQ(other->count(), 0U);
     if (c.codec == nullptr) {
       EXPECT_THAT(sink->codecs(), testing::IsEmpty()) << "no message names the video's codec";
@@ -271,9 +264,7 @@ TEST(PushInHostilePeers, AFaultyMessageIsNamedAndDroppedAndTheNextIsTaken) {
       {"negative with a body", "Content-Length: -5\r\n\r\nhello", "Content-Length -5 is negative"},
       {"one too many", "Content-Length: 1000001\r\n\r\n" + junk.substr(0, 1000001),
        "Content-Length 1000001 exceeds the buffer of 1000000 bytes"},
-      {"far too many", "Content-Length: 2500000\r\n\r\n" + junk, "exceeds the buffer"},
       {"a lie", "Content-Length: 2147483647\r\n\r\nlittle", "exceeds the buffer"},
-      {"a lie beyond an int", "Content-Length: 99999999999\r\n\r\n", "exceeds the buffer"},
       {"endless line", junk, "Header block is longer than 999999 bytes"},
       {"endless zeros", std::string(2500000, '\0'), "Header block is longer than"},
       {"endless lines", lines, "Header block is longer than"},
@@ -295,20 +286,11 @@ TEST(PushInHostilePeers, AFaultyMessageIsNamedAndDroppedAndTheNextIsTaken) {
     peer.send(pushMessage("good", {"Content-Type: video/H264"}));
     ASSERT_TRUE(serving.host.video()->awaitFrames(1));
     const std::string log = serving.stopAndReadLog();
-    EXPECT_THAT(payloads(serving.host.video()), testing::ElementsAre("good"));
+    EXPECT_THAT(serving.host.video()->data(), testing::ElementsAre("good"));
     EXPECT_EQ(serving.host.audio()->count(), 0U);
     EXPECT_THAT(log, testing::HasSubstr(c.error));
     EXPECT_EQ(log.find(" ERROR - "), log.rfind(" ERROR - ")) << "one fault, one line: " << log;
   }
-}
-
-TEST(PushInHostilePeers, AnOversizedBodyMayEndWithinADatagram) {
-  PushInServing serving;
-  PushInPeer peer(serving.path);
-  peer.sendIn("Content-Length: 1200000\r\n\r\n" + std::string(1200000, 'x') +
-              pushMessage("good", {"X-Unknown: first"}) + pushMessage(std::string(90000, 'y')));
-  ASSERT_TRUE(serving.host.video()->awaitFrames(2));
-  EXPECT_EQ(payloads(serving.host.video())[0], "good");
 }
 
 TEST(PushInHostilePeers, FullLengthConfigurationEndsInsideTheHeader) {
@@ -363,7 +345,7 @@ TEST(PushInSocket, AnyUserMaySendUnderEachName) {
     PushInPeer(name).send(pushMessage(name));
   }
   ASSERT_TRUE(serving.host.video()->awaitFrames(3));
-  EXPECT_THAT(payloads(serving.host.video()), testing::ElementsAre(serving.path, audio, hardware));
+  EXPECT_THAT(serving.host.video()->data(), testing::ElementsAre(serving.path, audio, hardware));
   EXPECT_EQ(std::filesystem::read_symlink(audio), serving.path);
   EXPECT_EQ(std::filesystem::read_symlink(hardware), serving.path);
   struct stat found {};
@@ -374,18 +356,6 @@ TEST(PushInSocket, AnyUserMaySendUnderEachName) {
   for (const std::string& name : {serving.path, audio, hardware}) {
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(name))) << name;
   }
-}
-
-TEST(PushInSocket, AnAliasThatCannotBeMadeIsDoneWithout) {
-  PushInServing serving({{"AUDIO_DEVID", "no/such/folder"}, {"HWID", "nor/this"}});
-  PushInPeer peer(serving.path);
-  peer.send(pushMessage("frame"));
-  ASSERT_TRUE(serving.host.video()->awaitFrames(1));
-  const std::string log = serving.stopAndReadLog();
-  const std::string error = "CRT-0003 symlink() failed: No such file or directory\n";
-  const std::size_t first = log.find(error);
-  ASSERT_NE(first, std::string::npos) << log;
-  EXPECT_NE(log.find(error, first + 1), std::string::npos) << log;
 }
 
 TEST(PushInSocket, WithoutItsSocketTheProcessEnds) {

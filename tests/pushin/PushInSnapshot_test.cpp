@@ -1,7 +1,5 @@
 #include "PushInSnapshot.h"
 
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <utime.h>
 
@@ -38,17 +36,6 @@ std::string logOf(const std::string& snapshot, const std::string& placeholder) {
 
 }  // namespace
 
-TEST(PushInSnapshot, APictureThatIsThereIsOnlyTouched) {
-  const TemporaryFolder folder;
-  const std::string snapshot = folder.path() + "/camera.jpg";
-  write(snapshot, "somebody's picture");
-  const utimbuf old{1000, 1000};
-  utime(snapshot.c_str(), &old);
-  EXPECT_EQ(logOf(snapshot, folder.path() + "/missing"), "");
-  EXPECT_EQ(read(snapshot), "somebody's picture");
-  EXPECT_GT(modified(snapshot), time(nullptr) - 60);
-}
-
 TEST(PushInSnapshot, APlaceholderIsCopiedUpTo65536Bytes) {
   const TemporaryFolder folder;
   const std::string snapshot = folder.path() + "/camera.jpg";
@@ -81,29 +68,6 @@ TEST(PushInSnapshot, FailuresAreNamedAndLeaveNoEmptyPicture) {
                                  ": Is a directory"));
 }
 
-TEST(PushInSnapshot, AFullDiskIsNamed) {
-  const TemporaryFolder folder;
-  const std::string snapshot = folder.path() + "/camera.jpg";
-  const std::string placeholder = folder.path() + "/noimage.jpg";
-  write(placeholder, "picture");
-  const auto copyWithoutRoom = [&] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit none{0, 0};
-    setrlimit(RLIMIT_FSIZE, &none);
-    // The file that captures standard error may not grow either.
-    int ends[2];
-    if (pipe(ends) != 0) _exit(9);
-    dup2(ends[1], STDERR_FILENO);
-    Kelvane::refreshSnapshot(snapshot, placeholder.c_str());
-    char line[1000] = {};
-    if (::read(ends[0], line, sizeof line - 1) <= 0) _exit(8);
-    const std::string expected =
-        "CRT-0007 Failed to write to file " + snapshot + ": File too large";
-    _exit(std::string(line).find(expected) != std::string::npos ? 0 : 7);
-  };
-  EXPECT_EXIT(copyWithoutRoom(), testing::ExitedWithCode(0), "");
-}
-
 // The paths are fixed, but the name of the picture is the test's own.
 TEST(PushInSnapshot, AnIStreamDeviceIsKeptFreshAndAlive) {
   PushInServing serving(TestHost::Keys{{"CAMERAMODEL", "iStream"}});
@@ -116,12 +80,4 @@ TEST(PushInSnapshot, AnIStreamDeviceIsKeptFreshAndAlive) {
   serving.stopAndReadLog();
   EXPECT_EQ(read(snapshot), "somebody's picture");
   std::filesystem::remove(snapshot);
-}
-
-TEST(PushInSnapshot, OtherModelsHaveNone) {
-  PushInServing serving;
-  PushInPeer peer(serving.path);
-  peer.send(pushMessage("frame"));
-  ASSERT_TRUE(serving.host.video()->awaitFrames(1));
-  EXPECT_FALSE(eventually([&] { return serving.host.pidUpdates() > 0; }, std::chrono::seconds(3)));
 }

@@ -1,5 +1,7 @@
 #include "MetadataStreamThread.h"
 
+#include <sys/socket.h>
+
 #include "Senders.h"
 #include "TsBuilder.h"
 #include "support/TestHost.h"
@@ -78,7 +80,7 @@ TEST(MetadataStreamThread, CanBeDeletedAtOnce) {
 }
 
 TEST(MetadataStreamThread, APortInUseEndsTheProcess) {
-  const HeldPort other;
+  const HeldPort other(SOCK_DGRAM);
   TestHost host({{"METADATA_PORT", std::to_string(other.port)}});
   Idle producer(host);
   const auto run = [&] {

@@ -45,11 +45,11 @@ TEST(RTPMediaProducerImpl, ReceivesWhatARealSenderSends) {
     SCOPED_TRACE(c.format);
     const std::string port = std::to_string(freeUdpPort());
     // Joined in mid-stream, as every receiver without signalling is.
-    const auto sender = ffmpegSender(c.encoder, "", "-f rtp rtp://127.0.0.1:" + port);
+    const auto sender = ffmpegSender(c.encoder, false, "-f rtp rtp://127.0.0.1:" + port);
     TestHost host(keysFor(c.format, port));
     RTPMediaProducerImpl producer(host.audio(), host.video());
     host.run(producer);
-    EXPECT_TRUE(host.video()->awaitFrames(30)) << sender->output();
+    EXPECT_TRUE(host.video()->awaitFrames(12)) << sender->output();
     EXPECT_TRUE(eventually([&] { return anyFrameHolds(host, hex(c.holds)); }));
     EXPECT_TRUE(host.video()->codecs().empty());
     host.stop();
@@ -77,10 +77,10 @@ TEST(RTPMediaProducerImpl, PayloadTypeAndModelDecide) {
     UdpSender device(port);
     device.send("no RTP");
     device.send("");
-    device.send(rtp(96, 1, "another payload type"));
+    device.send(rtp(1, "another payload type"));
     // A slice that begins and ends here.
     const std::string header = std::string(c.model) == "other" ? hex("00 00 38 00") : "\1\2\3\4";
-    device.send(rtp(32, 2, header + "mpeg"));
+    device.send(rtp(2, header + "mpeg", 32));
     EXPECT_TRUE(host.video()->awaitFrames(1));
     EXPECT_EQ(host.video()->frames()[0].data, c.delivered) << c.model;
     host.stop();
@@ -99,7 +99,7 @@ TEST(RTPMediaProducerImpl, ReorderedPacketsAreDeliveredInOrderWithTheWallClock) 
   host.run(producer);
   ASSERT_TRUE(awaitUdpPort(port));
   UdpSender device(port);
-  for (const int sequence : {1, 3, 2, 4}) device.send(rtp(32, sequence, std::to_string(sequence)));
+  for (const int sequence : {1, 3, 2, 4}) device.send(rtp(sequence, std::to_string(sequence), 32));
   ASSERT_TRUE(host.video()->awaitFrames(4));
   std::string order;
   for (const SinkFrame& frame : host.video()->frames()) {

@@ -19,24 +19,14 @@ class UdpSender {
   Kelvane::UniqueFd fd_;
 };
 
-// An RTP packet of version 2 with sequence number `sequence`.
-std::string rtp(int payloadType, int sequence, const std::string& payload, bool marker = false);
-
 // Whether some socket of this machine is bound to the UDP port.
 bool udpPortBound(int port);
 bool awaitUdpPort(int port);
 
-// A UDP socket that holds `port`; 0 for any. Not shared.
-struct HeldPort {
-  explicit HeldPort(int wanted = 0);
-  Kelvane::UniqueFd fd;
-  int port = 0;
-};
-
 // ffmpeg as the device: a moving picture of 352x288 at 25 frames a second, and
-// a tone, both endless and in real time. `video`, `audio` and `output` are
-// ffmpeg's options for each; empty `audio` sends none.
-std::unique_ptr<Subprocess> ffmpegSender(const std::string& video, const std::string& audio,
+// a tone where `sound` is set, both endless and in real time. `coding` and
+// `output` are ffmpeg's options.
+std::unique_ptr<Subprocess> ffmpegSender(const std::string& coding, bool sound,
                                          const std::string& output);
 
 }  // namespace testsupport

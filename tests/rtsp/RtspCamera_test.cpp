@@ -15,11 +15,6 @@ struct Stream {
   const char* audioCodec;
 };
 
-std::string nameOf(const testing::TestParamInfo<Stream>& info) {
-  return std::string(info.param.video) + info.param.audio +
-         (std::string(info.param.overTcp) == "on" ? "Tcp" : "Udp");
-}
-
 double secondsOf(const timeval& tv) {
   return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6;
 }
@@ -57,11 +52,9 @@ TEST_P(RtspCamera, VideoAudioAndMetadataArrive) {
 
 INSTANTIATE_TEST_SUITE_P(Formats, RtspCamera,
                          testing::Values(Stream{"h264", "aac", "on", "H264", "MPEG4-GENERIC"},
-                                         Stream{"h264", "pcmu", "off", "H264", "PCMU"},
                                          Stream{"mpeg4", "pcma", "on", "MP4V-ES", "PCMA"},
                                          Stream{"mjpg", "aac", "off", "JPEG", "MPEG4-GENERIC"},
-                                         Stream{"mpeg2", "pcmu", "on", "MPV", "PCMU"}),
-                         nameOf);
+                                         Stream{"mpeg2", "pcmu", "on", "MPV", "PCMU"}));
 
 TEST(RtspLogin, DigestAndBasicAreAnswered) {
   for (const char* scheme : {"digest", "basic"}) {
@@ -80,28 +73,11 @@ TEST(RtspLogin, DigestAndBasicAreAnswered) {
   }
 }
 
-TEST(RtspCameraFaults, EndInTheReportsOfTheirKind) {
-  CameraProcess bye(camsimRtsp({"--bye-after", "1"}));
-  TestHost host(bye.keys("off"));
-  EXPECT_LEAVES(receive(host), 0, HasSubstr("Received RTCP \"BYE\" on \"video/H264\" subsession"));
-}
-
-TEST(RtspCameraFaults, ACutConnectionIsReportedWithinTwoSeconds) {
-  CameraProcess camera(camsimRtsp({"--drop-after", "1"}));
-  TestHost host(camera.keys("on"));
-  const double begin = now();
-  EXPECT_LEAVES(receive(host), 0,
-                testing::AllOf(HasSubstr("CRT-5003 Error to read from socket. Seems server closed "
-                                         "connection"),
-                               HasSubstr("state STREAM_LOST DEV_CLOSED_SOCKET")));
-  EXPECT_LT(now() - begin, 1 + 2 + 2) << "start and end of a sanitized process included";
-}
-
 // With RTP_TIME the frames carry the camera's clock, moved by the difference
 // that was measured first; a jump of the clock is noticed and made good.
 TEST(RtspClock, AnOffsetAndAJumpOfTheCamerasClockAreTakenOut) {
   CameraProcess camera(camsimRtsp(
-      {"--clock-offset", "-3600", "--clock-jump", "120", "--clock-jump-after", "4", "--gop", "5"}));
+      {"--clock-offset", "-3600", "--clock-jump", "120", "--clock-jump-after", "2", "--gop", "5"}));
   auto keys = camera.keys("on");
   keys["RTP_TIME"] = "on";
   // Arrival against stamp: how far the stamps are from the wall clock.
@@ -119,7 +95,7 @@ TEST(RtspClock, AnOffsetAndAJumpOfTheCamerasClockAreTakenOut) {
     host.run(producer);
     EXPECT_TRUE(eventually([&] {
       std::lock_guard<std::mutex> held(mutex);
-      return !stamps.empty() && stamps.back().first - stamps.front().first > 7;
+      return !stamps.empty() && stamps.back().first - stamps.front().first > 4.5;
     }));
     host.stop();
     ASSERT_TRUE(host.awaitEnd());

@@ -146,13 +146,6 @@ void ScriptedCamera::serveConnection(PeerConnection connection, const Script& sc
   }
 }
 
-std::string rtp(int sequence, const std::string& payload, unsigned ssrc, int type) {
-  const auto id = static_cast<int>(ssrc);
-  return bytes({0x80, 0x80 | type, sequence >> 8, sequence & 255, 0, 0, sequence >> 8,
-                sequence & 255, 0, 0, 0, id}) +
-         payload;
-}
-
 // An empty receiver report ahead, as a compound packet has to begin.
 std::string rtcpBye(unsigned ssrc) {
   const auto id = static_cast<int>(ssrc);

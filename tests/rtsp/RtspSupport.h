@@ -73,8 +73,6 @@ class ScriptedCamera {
 
 extern const char kH264Lines[];  // payload type 96, no parameter sets
 
-// Literal packets. An RTP packet of payload type 96 with the marker set.
-std::string rtp(int sequence, const std::string& payload, unsigned ssrc = 1, int type = 96);
 std::string rtcpBye(unsigned ssrc);
 std::string interleaved(int channel, const std::string& packet);
 

@@ -4,6 +4,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -64,6 +66,45 @@ std::vector<std::string> RetrieverProgram::states() {
 int RetrieverProgram::stop(int signal) {
   process_.signal(signal);
   return wait();
+}
+
+namespace {
+std::vector<std::string> camsim(std::vector<std::string> options) {
+  options.insert(options.begin(), builtProgram("camsim"));
+  return options;
+}
+}  // namespace
+
+SimulatedDevice::SimulatedDevice(const std::vector<std::string>& options, const std::string& ready)
+    : process(camsim(options)) {
+  if (!process.awaitOutput(ready)) throw std::runtime_error("camsim: " + process.output());
+  const std::string text = process.output();
+  const std::string line = text.substr(0, text.find('\n', text.find(ready)));
+  const std::string tail = line.substr(line.rfind(':') + 1);
+  port = tail.substr(0, tail.find_first_not_of("0123456789"));
+}
+
+std::vector<std::string> recordingsIn(const std::string& folder) {
+  std::vector<std::string> names;
+  std::error_code none;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, none)) {
+    if (entry.path().extension() == ".mkv") names.push_back(entry.path());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string probed(const std::string& file, const std::string& entries, const std::string& stream) {
+  std::vector<std::string> command{"ffprobe",       "-v",   "error", "-of", "csv=p=0",
+                                   "-show_entries", entries};
+  if (entries.find("nb_read_frames") != std::string::npos) command.emplace_back("-count_frames");
+  if (!stream.empty()) command.insert(command.end(), {"-select_streams", stream});
+  command.push_back(file);
+  return outputOf(command);
+}
+
+std::string complaintsOf(const std::string& file) {
+  return outputOf({"ffmpeg", "-v", "error", "-nostdin", "-i", file, "-f", "null", "-"});
 }
 
 std::string builtProgram(const std::string& name) {

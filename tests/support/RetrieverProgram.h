@@ -38,6 +38,25 @@ class RetrieverProgram {
   Subprocess process_;
 };
 
+// A device of camsim's, ready for its connections.
+struct SimulatedDevice {
+  // `ready` stands in the line that tells its address. Throws std::runtime_error.
+  explicit SimulatedDevice(const std::vector<std::string>& options,
+                           const std::string& ready = "listening on ");
+  std::string output() { return process.output(); }
+
+  Subprocess process;
+  std::string port;  // the number behind that line's last colon
+};
+
+// The recordings in a folder, by name.
+std::vector<std::string> recordingsIn(const std::string& folder);
+// What ffprobe reads from a file: `entries` of one stream ("v", "a") or of all, one row a line.
+std::string probed(const std::string& file, const std::string& entries,
+                   const std::string& stream = "");
+// What a decoder complains of in it; empty for a file that plays whole.
+std::string complaintsOf(const std::string& file);
+
 // A program of the build's bin folder.
 std::string builtProgram(const std::string& name);
 // Runs a command to its end and gives its output; throws when it fails.

@@ -88,30 +88,24 @@ bool Subprocess::awaitOutput(const std::string& text, std::chrono::milliseconds 
   return eventually([&] { return output().find(text) != std::string::npos; }, patience);
 }
 
-namespace {
-
-int boundPort(int type) {
-  const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+HeldPort::HeldPort(int type) : fd(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
-  const bool bound = bind(fd, generic, length) == 0 && getsockname(fd, generic, &length) == 0;
-  close(fd);
-  if (!bound) throw std::runtime_error("no free port");
-  return ntohs(address.sin_port);
+  if (bind(fd.get(), generic, length) != 0 || getsockname(fd.get(), generic, &length) != 0) {
+    throw std::runtime_error("no free port");
+  }
+  port = ntohs(address.sin_port);
 }
 
-}  // namespace
-
 int freeTcpPort() {
-  return boundPort(SOCK_STREAM);
+  return HeldPort(SOCK_STREAM).port;
 }
 
 int freeUdpPort() {
   for (int tries = 0; tries < 1000; ++tries) {
-    const int port = boundPort(SOCK_DGRAM);
+    const int port = HeldPort(SOCK_DGRAM).port;
     if (port % 2 == 0) return port;
   }
   throw std::runtime_error("no free even port");

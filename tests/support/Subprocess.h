@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Deadline.h"
+#include "UniqueFd.h"
 
 namespace testsupport {
 
@@ -38,6 +39,12 @@ class Subprocess {
   std::string output_;
 };
 
+// A socket that holds a port of any address, not shared. Throws std::runtime_error.
+struct HeldPort {
+  explicit HeldPort(int type);  // SOCK_DGRAM, SOCK_STREAM
+  Kelvane::UniqueFd fd;
+  int port = 0;
+};
 // A TCP port of 127.0.0.1 that is free now.
 int freeTcpPort();
 // A free even UDP port whose successor is free too.

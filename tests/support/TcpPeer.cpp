@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <cctype>
 #include <stdexcept>
@@ -40,6 +41,25 @@ std::string hex(const std::string& digits) {
     pair.clear();
   }
   return text;
+}
+
+std::string rtp(int sequence, const std::string& payload, int type, int ssrc) {
+  const int high = sequence >> 8;
+  const int low = sequence & 255;
+  return bytes({0x80, 0x80 | type, high, low, 0, 0, high, low, 0, 0, 0, ssrc}) + payload;
+}
+
+Kelvane::UniqueFd unixSocket(const std::string& path, bool bound) {
+  Kelvane::UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  path.copy(name.sun_path, sizeof name.sun_path - 1);
+  const auto* generic = reinterpret_cast<const sockaddr*>(&name);
+  const bool there = bound
+                         ? bind(fd.get(), generic, sizeof name) == 0
+                         : eventually([&] { return connect(fd.get(), generic, sizeof name) == 0; });
+  if (!there) throw std::runtime_error("nobody serves " + path);
+  return fd;
 }
 
 std::string PeerConnection::read(std::size_t size) {

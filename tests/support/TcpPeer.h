@@ -12,6 +12,12 @@ namespace testsupport {
 std::string bytes(std::initializer_list<int> values);
 std::string hex(const std::string& digits);
 
+// An RTP packet with the marker set.
+std::string rtp(int sequence, const std::string& payload, int type = 96, int ssrc = 1);
+// A socket for datagrams at `path`, bound or (`bound` false) connected once somebody serves it.
+// Throws std::runtime_error.
+Kelvane::UniqueFd unixSocket(const std::string& path, bool bound);
+
 // One connection on the device's side. Reads have a deadline.
 class PeerConnection {
  public:

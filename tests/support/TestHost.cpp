@@ -55,6 +55,12 @@ std::vector<SinkFrame> CapturingSink::frames() {
   return frames_;
 }
 
+std::vector<std::string> CapturingSink::data() {
+  std::vector<std::string> all;
+  for (const SinkFrame& frame : frames()) all.push_back(frame.data);
+  return all;
+}
+
 std::size_t CapturingSink::count() {
   std::lock_guard<std::mutex> held(mutex_);
   return frames_.size();
@@ -197,6 +203,16 @@ void TestHost::onExtraData(const std::string& name, const timeval& tv, const std
   std::lock_guard<std::mutex> held(mutex_);
   extraData_.push_back(name + " " + std::to_string(tv.tv_sec) + "." + std::to_string(tv.tv_usec) +
                        " " + record);
+}
+
+std::unique_ptr<Kelvane::MediaFrame> mediaFrame(const std::string& data, Kelvane::MEDIA_TYPE media,
+                                                const timeval& tv) {
+  auto* copy = static_cast<std::uint8_t*>(malloc(data.size() + 1));
+  data.copy(reinterpret_cast<char*>(copy), data.size());
+  auto frame =
+      std::make_unique<Kelvane::MediaFrame>(copy, static_cast<std::uint32_t>(data.size()), media);
+  frame->tv = tv;
+  return frame;
 }
 
 std::string ownLoopbackAddress(int index) {

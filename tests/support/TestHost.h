@@ -43,6 +43,7 @@ class CapturingSink : public Kelvane::AbstractSink {
   // False when fewer frames came within the deadline.
   bool awaitFrames(std::size_t count);
   std::vector<SinkFrame> frames();
+  std::vector<std::string> data();  // of the frames
   std::size_t count();
   std::vector<std::string> codecs();    // one entry a call of init()
   std::vector<std::string> configs();   // likewise
@@ -138,6 +139,10 @@ class TestHost : public Kelvane::HostObserver {
   std::vector<std::string> extraData_;
   int pidUpdates_ = 0;
 };
+
+// A frame with its own copy of `data`, as the host's observers get it.
+std::unique_ptr<Kelvane::MediaFrame> mediaFrame(const std::string& data, Kelvane::MEDIA_TYPE media,
+                                                const timeval& tv = {});
 
 // An address of 127.0.0.0/8 that only this process uses: for devices with fixed ports.
 std::string ownLoopbackAddress(int index = 0);

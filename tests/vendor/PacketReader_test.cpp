@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "Mpeg4Headers.h"
 #include "UniqueFd.h"
 #include "support/TcpPeer.h"
 
@@ -78,31 +77,4 @@ TEST(PacketReader, APayloadDoesNotWaitForTheNextHeader) {
   pair.send("abpay");
   EXPECT_EQ(got(reader, &PacketReader::peek, 2), "ab");
   EXPECT_EQ(got(reader, &PacketReader::payload, 5), "abpay");
-}
-
-TEST(PacketReader, TheEndCutsShortAndThenFails) {
-  Pair pair;
-  PacketReader reader(pair.reader.get(), 12);
-  pair.send("payloadhea");
-  pair.writer.reset();
-  EXPECT_EQ(got(reader, &PacketReader::payload, 7), "payload");
-  EXPECT_EQ(got(reader, &PacketReader::peek, 4), "hea");
-  EXPECT_EQ(got(reader, &PacketReader::read, 6), "hea");
-  EXPECT_EQ(got(reader, &PacketReader::read, 6), "");
-  EXPECT_EQ(got(reader, &PacketReader::payload, 6), "");
-}
-
-TEST(Mpeg4Headers, AVopIsFoundOnlyWhole) {
-  const auto find = [](const std::string& data, std::size_t from) {
-    const auto at =
-        Kelvane::findVop(reinterpret_cast<const std::uint8_t*>(data.data()), data.size(), from);
-    return at ? static_cast<int>(*at) : -1;
-  };
-  EXPECT_EQ(find(hex("000001B6"), 0), 0);
-  EXPECT_EQ(find(hex("0000000001B6"), 0), 2);
-  EXPECT_EQ(find(hex("B6B6 0001B6 000001B6"), 0), 5);
-  EXPECT_EQ(find(hex("000001B6 000001B6"), 1), 4);
-  EXPECT_EQ(find(hex("000001B6 000001"), 1), -1);
-  EXPECT_EQ(find(hex("0001B6"), 0), -1);
-  EXPECT_EQ(find("", 4), -1);
 }

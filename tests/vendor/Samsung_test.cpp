@@ -131,7 +131,7 @@ TEST(Samsung, Mpeg4FramesAreTrimmedAndIntraFramesGetHeaders) {
   session.dvr.stream.write(next("joined in mid-frame") + first(kPFrame + zeros) + first(kIFrame) +
                            first(both) + first(zeros) + first(hex("000001B6")) + first("x"));
   ASSERT_TRUE(session.host.video()->awaitFrames(6));
-  EXPECT_THAT(dataOf(*session.host.video()),
+  EXPECT_THAT(session.host.video()->data(),
               ElementsAre("joined in mid-frame", kPFrame, kVos + kIFrame, kVos + both, "",
                           hex("000001B6")));
 }

@@ -33,10 +33,4 @@ inline std::string le(unsigned value, int bytes) {
   return text;
 }
 
-inline std::vector<std::string> dataOf(CapturingSink& sink) {
-  std::vector<std::string> all;
-  for (const SinkFrame& frame : sink.frames()) all.push_back(frame.data);
-  return all;
-}
-
 }  // namespace testsupport

@@ -23,8 +23,6 @@ namespace Kelvane {
 
 namespace {
 
-constexpr int kKeepAliveQuarters = 40;  // 10 seconds
-
 UniqueFd connectTo(int port) {
   DeviceConnection connection = connectToDevice(Cfg::value("DEVIP"), port);
   if (!connection.failure.empty()) FATAL_EXIT("%s", connection.failure.c_str());
@@ -106,6 +104,8 @@ bool VSIPMediaProducerImpl::start() {
   return Retriever::instance(nullptr, nullptr, nullptr, nullptr)->isStopped();
 }
 
+int VSIPMediaProducerImpl::keepAliveQuarters = 40;
+
 VSIPMediaProducerImpl::KeepAliveHolder::KeepAliveHolder() : Module("KeepAliveHolder") {}
 
 void VSIPMediaProducerImpl::KeepAliveHolder::execute() {
@@ -114,7 +114,7 @@ void VSIPMediaProducerImpl::KeepAliveHolder::execute() {
   int fakeParam = 2;
   while (!isStopped()) {
     if (!keepAlive(vsip::keepAliveRequest(form, fakeParam), port)) break;
-    if (!sleepUnlessStopped(*this, kKeepAliveQuarters)) break;
+    if (!sleepUnlessStopped(*this, keepAliveQuarters)) break;
     ++fakeParam;
   }
 }

@@ -27,6 +27,9 @@ class VSIPMediaProducerImpl : public NETMediaProducerImpl {
   void receive_mjpg(int sockfd);
   void receive_mpeg4(int sockfd);
 
+  // Waits of a quarter second between two keep-alives: 10 seconds. Tests make them fewer.
+  static int keepAliveQuarters;
+
  private:
   class KeepAliveHolder : public Module {
    public:
