@@ -7,7 +7,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "MediaSinks.h"
 #include "support/TestHost.h"
 
 using namespace testsupport;
@@ -159,33 +158,4 @@ TEST(AbstractSink, WarnsOnceWhenAUdpStreamNeverStarts) {
   host.audio()->init("PCMU", nullptr, 0U);
   Kelvane::AbstractSink::afterGettingFrame(host.audio(), 1, 0, timeval{}, 0);
   EXPECT_EQ(runLoop(), "");
-}
-
-TEST(HostSinks, WrapBytesAndSayWhatTheyAre) {
-  TestHost host;
-  auto& video = *new Kelvane::VideoSink(host.env());
-  auto& audio = *new Kelvane::AudioSink(host.env());
-  const unsigned char config[] = {0x12, 0x10};
-  video.init("h264");
-  audio.init("L16/16000/2", config, 2U);
-  unsigned char data[] = "abc";
-  char trigger[] = "motion1";
-  video.setTrigger(trigger);
-  video.addData(data, 3, timeval{7, 8});
-  data[0] = 'x';  // the frame has its own copy
-  audio.addData(data, 0, timeval{9, 0});
-
-  const auto frames = host.intake();
-  ASSERT_EQ(frames.size(), 2U);
-  EXPECT_EQ(frames[0].media, Kelvane::VIDEO);
-  EXPECT_EQ(frames[0].data, "abc");
-  EXPECT_EQ(micros(frames[0].tv), 7000008);
-  EXPECT_EQ(frames[1].media, Kelvane::AUDIO);
-  EXPECT_EQ(frames[1].data, "");
-  const auto initialised = host.initialised();
-  ASSERT_EQ(initialised.size(), 2U);
-  EXPECT_EQ(initialised[1].codec, "L16/16000/2");
-  EXPECT_EQ(initialised[1].config, std::string("\x12\x10"));
-  Medium::close(&video);
-  Medium::close(&audio);
 }

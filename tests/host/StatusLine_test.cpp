@@ -37,13 +37,6 @@ TEST(StatusLine, CountsPicturesWhateverPiecesTheyComeIn) {
   h264.frame("sound", Kelvane::AUDIO);
   EXPECT_THAT(h264.finished(), HasSubstr(" 3 frames\n"));
 
-  Status mpeg2;
-  mpeg2.line.onInit(Kelvane::VIDEO, "MPV", "");
-  mpeg2.frame(std::string("\0\0\1\xB3\x16\x01\x20", 7));
-  mpeg2.frame(std::string("\0\0\1\x02\x16\x01\x20", 7));  // slice
-  mpeg2.frame(std::string("\0\0\1\x00\x16\x01\x20", 7));
-  EXPECT_THAT(mpeg2.finished(), HasSubstr(" 2 frames\n"));
-
   Status unnamed;  // whole access units
   unnamed.frame("x");
   unnamed.frame("yyyyyyyyyy");

@@ -3,7 +3,6 @@
 #include <malloc.h>
 
 #include <cstring>
-#include <random>
 
 #include "FrameParser.h"
 #include "TsBuilder.h"
@@ -93,30 +92,6 @@ TEST(TransportStream, EndlessAnnouncementsTakeBoundedMemory) {
     ASSERT_EQ(got.size(), 1U);
     EXPECT_EQ(got[0].payload, "kept");
   }
-}
-
-TEST(TransportStream, RandomBytesTakeBoundedMemory) {
-  TransportStream ts;
-  std::mt19937 random(1);
-  std::string datagram(188 * 7, '\0');
-  const auto flood = [&](int rounds) {
-    for (int i = 0; i < rounds; ++i) {
-      for (std::size_t at = 0; at + 4 <= datagram.size(); at += 4) {
-        const std::uint32_t word = random();
-        memcpy(&datagram[at], &word, sizeof word);
-      }
-      // Mostly packets that are looked into, also as elementary packets.
-      for (std::size_t at = 0; at < datagram.size(); at += 188) {
-        if (random() % 8 != 0) datagram[at] = '\x47';
-        if (random() % 2 == 0) datagram.replace(at + 4, 4, std::string("\0\0\1\xE0", 4));
-      }
-      feed(ts, datagram);
-    }
-  };
-  flood(5000);
-  const long before = allocatedKb();
-  flood(20000);
-  EXPECT_LT(allocatedKb() - before, 48 * 1024);
 }
 
 TEST(FrameParser, AFrameWithoutEndIsGivenUpAndTheNextOnesCome) {
