@@ -13,7 +13,7 @@ cms::Session* mretriever_openBrokerSession(const char* uri) {
   const bool renewed = given.compare(0, 9, "failover:") == 0;
   const std::unique_ptr<cms::ConnectionFactory> factory(
       cms::ConnectionFactory::createCMSConnectionFactory(
-          renewed ? given : "failover:(" + given + ")?timeout=1000&startupMaxReconnectAttempts=1"));
+          renewed ? given : "failover:(" + given + ")?timeout=200&startupMaxReconnectAttempts=1"));
   std::unique_ptr<cms::Connection> connection(factory->createConnection());
   std::unique_ptr<cms::Session> session(connection->createSession());
   connection->start();

@@ -3,7 +3,7 @@
 using apache::thrift::protocol::TProtocolException;
 
 // The string limit only stops sizes that no message can have.
-TDX_Protocol::TDX_Protocol(std::shared_ptr<TDX_Transport> transport)
+TDX_Protocol::TDX_Protocol(const std::shared_ptr<TDX_Transport>& transport)
     : TBinaryProtocolT(transport, TDX_Transport::kMaxMessageBytes, 0, false, true),
       transport_(*transport) {}
 

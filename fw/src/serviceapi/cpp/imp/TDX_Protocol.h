@@ -12,7 +12,7 @@
 // SIZE_LIMIT) before anything is allocated for it.
 class TDX_Protocol : public apache::thrift::protocol::TBinaryProtocol {
  public:
-  explicit TDX_Protocol(std::shared_ptr<TDX_Transport> transport);
+  explicit TDX_Protocol(const std::shared_ptr<TDX_Transport>& transport);
 
  protected:
   void checkReadBytesAvailable(apache::thrift::protocol::TSet& set) override;

@@ -102,7 +102,7 @@ ACE_THR_FUNC_RETURN TDX_Service_Impl::handle_messages(void* arg) {
   service.add_listener(listener);
   service.accept_requests(*listener, found->second);
   service.remove_listener(listener);
-  return 0;
+  return nullptr;
 }
 
 void TDX_Service_Impl::accept_requests(

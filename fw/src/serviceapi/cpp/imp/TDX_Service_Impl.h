@@ -26,7 +26,7 @@ class TDX_Service_Impl : public ACE_Task_Ex<ACE_MT_SYNCH, TDX_Service_Message_Ty
  public:
   TDX_Service_Impl(const std::string& host, int port, const std::string& user,
                    const std::string& password, bool use_mbus);
-  virtual ~TDX_Service_Impl() = default;
+  ~TDX_Service_Impl() override = default;
 
   int svc() override;
   using ACE_Task_Base::open;
