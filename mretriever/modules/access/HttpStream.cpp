@@ -4,6 +4,7 @@
 #include <stdio_ext.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "Exceptions.h"
 #include "FailureReport.h"
@@ -26,10 +27,25 @@ void scanReadAhead(FILE* stream, JpegScan& scan) {
 }
 
 // Large rests of a frame come past the stream's buffer, in one call. Returns
-// what came; 0 also when the stream reads from something else than a socket.
-std::size_t readRestAtOnce(FILE* stream, std::uint8_t* to, std::size_t size) {
+// what came, -1 at a failure of the connection; 0 also when the stream reads
+// from something else than a socket.
+ssize_t readRestAtOnce(FILE* stream, std::uint8_t* to, std::size_t size) {
   const ssize_t got = receiveAll(fileno_unlocked(stream), to, size);
-  return got > 0 ? static_cast<std::size_t>(got) : 0;
+  return got < 0 && (errno == ENOTSOCK || errno == EBADF) ? 0 : got;
+}
+
+// All of it, or false with errno, which is 0 at the end of input.
+bool readExactly(FILE* stream, std::uint8_t* to, std::size_t size) {
+  errno = 0;
+  std::size_t have = fread_unlocked(to, 1, std::min(size, readAhead(stream)), stream);
+  if (size - have >= HttpStream::kBufferSize) {
+    const ssize_t got = readRestAtOnce(stream, to + have, size - have);
+    if (got < 0) return false;
+    have += static_cast<std::size_t>(got);
+    errno = 0;  // may tell that this is no socket
+  }
+  have += fread_unlocked(to + have, 1, size - have, stream);
+  return have == size;
 }
 
 }  // namespace
@@ -50,13 +66,7 @@ HttpStream::~HttpStream() {
 }
 
 bool readBlock(FILE* stream, std::uint8_t* to, std::size_t size) {
-  errno = 0;  // the end of input sets none
-  std::size_t have = std::min(size, readAhead(stream));
-  have = fread_unlocked(to, 1, have, stream);
-  if (size - have >= HttpStream::kLargeRest) have += readRestAtOnce(stream, to + have, size - have);
-  errno = 0;  // the end of input sets none
-  have += fread_unlocked(to + have, 1, size - have, stream);
-  if (have == size) return true;
+  if (readExactly(stream, to, size)) return true;
   const auto reason = last_error_message();
   ERROR_REPORT("CRT-5001 Error to read from socket: %s", reason->c_str());
   return false;
