@@ -56,7 +56,8 @@ void startAgainst(const std::vector<std::string>& answers, const TestHost::Keys&
 template <class Producer>
 struct Session {
   explicit Session(const TcpPeer& camera, const TestHost::Keys& more = {})
-      : host(keysFor(camera, more)), producer(host.audio(), host.video()) {
+      : Session(keysFor(camera, more)) {}
+  explicit Session(const TestHost::Keys& keys) : host(keys), producer(host.audio(), host.video()) {
     host.run(producer);
   }
   // A last frame lets a blocked read see the stop flag.
@@ -172,6 +173,23 @@ TEST(HttpConversation, ConnectionsThatCannotBeMadeEndTheProcess) {
   EXPECT_FATAL_REPORT(start({}), "Could not construct URL. Required param absent or invalid (",
                       "STREAM_LOST UNK");
   EXPECT_FATAL_REPORT(start({{"USRNAME", "u"}}), "PASSWD", "STREAM_LOST UNK");
+}
+
+TEST(HttpConversation, PacesUnlessToldNotTo) {
+  TcpPeer camera;
+  TestHost::Keys keys = keysFor(camera, {{"FRAMERATE", "20"}});
+  keys.erase("NO_FPS_LIMIT");
+  Session<HTTPMediaProducerImpl> session(keys);
+  PeerConnection connection = camera.accept();
+  requestOf(connection);
+  std::string body = kAccepted + kFrame;
+  for (int i = 0; i < 10; ++i) body += kAnother;
+  connection.write(body);
+  ASSERT_TRUE(session.host.video()->awaitFrames(11));
+  const auto frames = session.host.video()->frames();
+  const Kelvane::Delay_Interval took = Kelvane::Time_Val(frames.back().tv) - frames.front().tv;
+  EXPECT_GE(took, Kelvane::Delay_Interval(0, 400000)) << "ten intervals of 50 ms, held back";
+  session.end(connection);
 }
 
 TEST(BoschConversation, OneRequestAPictureOnOneConnection) {

@@ -147,6 +147,15 @@ TEST_F(PelcoOperations, CallsKeepTheConnectionAndSendTheirOwnActions) {
   EXPECT_THAT(requests[2], HasSubstr("SOAPAction: \"urn:own\"\r\n"));
 }
 
+TEST_F(PelcoOperations, ADeviceThatHangsUpIsConnectedAnew) {
+  ScriptedDevice device({http("200 OK", soap(kRefreshed)), http("200 OK", soap(kRefreshed))}, true);
+  connect(device.address());
+  EXPECT_TRUE(refresh()) << error();
+  EXPECT_TRUE(refresh()) << error();
+  device.requests();
+  EXPECT_EQ(device.connections(), 2);
+}
+
 TEST_F(PelcoOperations, FailuresLeaveTheirReasonInTheEnvironment) {
   std::string deep;
   for (int i = 0; i < 50000; ++i) deep += "<a>";

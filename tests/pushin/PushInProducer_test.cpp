@@ -358,6 +358,14 @@ TEST(PushInSocket, AnyUserMaySendUnderEachName) {
   }
 }
 
+TEST(PushInSocket, AnAliasThatCannotBeMadeIsDoneWithout) {
+  PushInServing serving(TestHost::Keys{{"AUDIO_DEVID", "no/such/folder"}});
+  PushInPeer(serving.path).send(pushMessage("frame"));
+  ASSERT_TRUE(serving.host.video()->awaitFrames(1));
+  EXPECT_THAT(serving.stopAndReadLog(),
+              testing::HasSubstr("CRT-0003 symlink() failed: No such file or directory\n"));
+}
+
 TEST(PushInSocket, WithoutItsSocketTheProcessEnds) {
   const std::string self = "pushin" + std::to_string(getpid());
   const struct {
