@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """CPU per gigabyte of an unpaced motion JPEG stream over HTTP, with and without lengths,
-beside ffmpeg and GStreamer on the same stream in the same run.
+beside ffmpeg and GStreamer on the same stream in the same run; peak memory, and start to first
+frame.
 
 The camera has one core and the receivers another: on the same one as the sender, or
 moved between them, a receiver's cost is twice as much or half."""
@@ -10,7 +11,7 @@ import subprocess
 import measure
 
 SECONDS = 1
-ROUNDS = 5
+ROUNDS = 4
 LIMITS = {"Content-Length": 0.6, "none": 0.4}  # of the better peer
 
 
@@ -38,10 +39,10 @@ class Camera:
         raise RuntimeError("camsim http has ended")
 
     def cost_of(self, command):
-        """CPU seconds a gigabyte that the camera sent, and the gigabytes."""
+        """CPU seconds a gigabyte that the camera sent, and the peak memory."""
         cost = measure.run(["taskset", "--cpu-list", str(cores()[-1]), *command], SECONDS)
         size = int(self.wait_for("sent").split()[1])
-        return cost.per_gigabyte(size), size / 1e9
+        return cost.per_gigabyte(size), cost.peak_mb
 
 
 def readers(port):
@@ -58,8 +59,19 @@ def readers(port):
     }
 
 
+def first_frames(port):
+    """Into a pipe, so that the first byte shows when it comes."""
+    commands = readers(port)
+    times = {"mretriever": measure.median_ms(measure.first_frame_ms, commands["mretriever"])}
+    commands["ffmpeg"][-2:] = ["mjpeg", "-"]
+    commands["gstreamer"][-1:] = ["fdsink"]
+    for name in ("ffmpeg", "gstreamer"):
+        times[name] = measure.median_ms(measure.first_output_ms, commands[name])
+    return times
+
+
 def main():
-    rows = []
+    rows, details = [], []
     for length, limit in LIMITS.items():
         camera = Camera(length)
         try:
@@ -67,16 +79,20 @@ def main():
             costs = {}
             for _ in range(ROUNDS):
                 for name, command in readers(camera.port).items():
-                    costs.setdefault(name, []).append(camera.cost_of(command)[0])
+                    costs.setdefault(name, []).append(camera.cost_of(command))
+            first = first_frames(camera.port)
         finally:
             measure.stop(camera.process)
-        best = {name: min(values) for name, values in costs.items()}
+        best = {name: min(values)[0] for name, values in costs.items()}
         peer = min(best["ffmpeg"], best["gstreamer"])
         rows.append([length, *(f"{best[name]:.3f}" for name in best),
                      f"{best['mretriever'] / peer:.2f}", f"{limit:.1f}"])
+        details += [[length, name, f"{max(peak for _, peak in costs[name]):.1f}", first[name]]
+                    for name in best]
     measure.table("Motion JPEG over HTTP: CPU seconds per gigabyte",
                   ["length header", "mretriever", "ffmpeg", "gstreamer", "of better peer", "limit"],
                   rows)
+    measure.table("The same", ["length header", "client", "peak MB", "first frame ms"], details)
 
 
 if __name__ == "__main__":

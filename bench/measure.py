@@ -5,6 +5,7 @@ run and prints ratios. `make bench` runs them all; they need the release build.
 """
 import os
 import signal
+import statistics
 import subprocess
 import sys
 import time
@@ -62,6 +63,43 @@ def run(command, seconds=None, output=subprocess.DEVNULL):
     text = process.stdout.read().decode(errors="replace") if process.stdout else ""
     process.returncode = os.waitstatus_to_exitcode(status)
     return Cost(usage, time.monotonic() - begin, process.returncode, text)
+
+
+def first_output_ms(command, begins=1, marker=""):
+    """Milliseconds from the start of a process until it has written so many lines
+    that hold `marker`; without one, until its first byte."""
+    begin = time.monotonic()
+    process = start(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    try:
+        if not marker:
+            if not process.stdout.read(1):
+                raise RuntimeError(f"{command[0]} has written nothing")
+        while marker and begins > 0:
+            line = process.stdout.readline()
+            if not line:
+                raise RuntimeError(f"{command[0]} ended ahead of its first frame")
+            begins -= marker in line.decode(errors="replace")
+        return (time.monotonic() - begin) * 1000
+    finally:
+        stop(process)
+
+
+def first_frame_ms(command, frame=1):
+    """The same of our program, whose trace tells of each frame."""
+    return first_output_ms([*command, "--trace", "-"], frame, '"event":"frame"')
+
+
+def median_ms(measured, *arguments, rounds=5):
+    return f"{statistics.median(measured(*arguments) for _ in range(rounds)):.0f}"
+
+
+def peak_mb(pid):
+    """The most memory that a running process has held so far, in MB."""
+    with open(f"/proc/{pid}/status") as status:
+        for line in status:
+            if line.startswith("VmHWM:"):
+                return int(line.split()[1]) / 1024
+    return 0.0
 
 
 def pss_mb(pid):

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""CPU per gigabyte and lost datagrams of a paced stream, beside ffmpeg and GStreamer.
+"""CPU per gigabyte, lost datagrams and peak memory of a paced stream, beside ffmpeg and GStreamer.
 
 Transport streams over UDP at 20 and 100 Mbit/s, H.264 over RTP at 50 Mbit/s. All
 receivers get the same datagrams at the same pace, one after the other, and
@@ -150,7 +150,7 @@ def measure_one(command, datagrams, port, rate, rtp, windows, seconds):
         lost = drops(port) - before
         if process.poll() is not None:
             raise RuntimeError(f"{command[0]} ended with {process.returncode}")
-        return costs, lost
+        return costs, lost, measure.peak_mb(process.pid)
     finally:
         sender.running = False
         sender.join()
@@ -159,7 +159,7 @@ def measure_one(command, datagrams, port, rate, rtp, windows, seconds):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--seconds", type=float, default=12)
+    parser.add_argument("--seconds", type=float, default=6)
     seconds = parser.parse_args().seconds
     rows = []
     with tempfile.TemporaryDirectory() as folder:
@@ -177,20 +177,21 @@ def main():
                                 if not line.startswith("SDP:"))
             results = {}
             for name, command in receivers(kind, port, sdp_name):
-                costs, lost = measure_one(command, datagrams, port, mbit * 1e6, kind == "rtp", 1,
-                                          seconds)
-                results[name] = (costs[0], lost)
+                costs, lost, peak = measure_one(command, datagrams, port, mbit * 1e6, kind == "rtp",
+                                                1, seconds)
+                results[name] = (costs[0], lost, peak)
             best = min(results["ffmpeg"][0], results["GStreamer"][0])
-            for name, (cost, lost) in results.items():
+            for name, (cost, lost, peak) in results.items():
                 verdict = ""
                 if name == "mretriever":
                     verdict = f"{cost / best:.2f} (goal {GOAL})"
-                rows.append([f"{title}, {mbit} Mbit/s", name, f"{cost:.2f}", verdict, lost])
-        measure.table("Paced streams", ["stream", "receiver", "CPU s/GB", "to the best", "lost"],
-                      rows)
+                rows.append([f"{title}, {mbit} Mbit/s", name, f"{cost:.2f}", verdict, lost,
+                             f"{peak:.1f}"])
+        measure.table("Paced streams", ["stream", "receiver", "CPU s/GB", "to the best", "lost",
+                                        "peak MB"], rows)
         port = free_port()
         command = receivers("ts", port, "")[0][1]
-        costs, _ = measure_one(command, ts, port, 100e6, False, 3, seconds)
+        costs, _, _ = measure_one(command, ts, port, 100e6, False, 3, seconds)
         measure.table("Cost over time, TS at 100 Mbit/s", ["third", "CPU s/GB"],
                       [[i + 1, f"{cost:.2f}"] for i, cost in enumerate(costs)])
 
