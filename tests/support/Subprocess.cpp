@@ -24,7 +24,9 @@ Subprocess::Subprocess(const std::vector<std::string>& command) {
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-  std::vector<std::string> words = command;
+  // A child goes with the test's process, also where that leaves in the middle.
+  std::vector<std::string> words{"setpriv", "--pdeathsig", "KILL"};
+  words.insert(words.end(), command.begin(), command.end());
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);

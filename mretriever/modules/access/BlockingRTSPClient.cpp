@@ -1,5 +1,11 @@
 #include "BlockingRTSPClient.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
 #include <Groupsock.hh>
 #include <RTPSource.hh>
 
@@ -84,7 +90,27 @@ RTSPResult BlockingRTSPClient::setup(MediaSubsession& subsession, bool streamOut
 }
 
 RTSPResult BlockingRTSPClient::play(MediaSession& session, double start, double end, float scale) {
-  return await([&] { return sendPlayCommand(session, onResponse, start, end, scale); });
+  return await([&] {
+    const unsigned cseq = sendPlayCommand(session, onResponse, start, end, scale);
+    acknowledgeAtOnce();
+    return cseq;
+  });
+}
+
+// Asks the socket itself: where the connection ends within a packet the library
+// does not notice, and calls its handler again and again.
+bool BlockingRTSPClient::connected() const {
+  if (socketNum() < 0) return false;
+  char byte = 0;
+  const ssize_t got = recv(socketNum(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+// A camera that sends its first packets in small pieces waits for the one
+// before to be acknowledged: 40 ms, unless the kernel is told not to delay that.
+void BlockingRTSPClient::acknowledgeAtOnce() const {
+  const int on = 1;
+  setsockopt(socketNum(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
 }
 
 RTSPResult BlockingRTSPClient::pause(MediaSession& session) {

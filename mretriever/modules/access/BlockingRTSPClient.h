@@ -37,7 +37,7 @@ class BlockingRTSPClient : public RTSPClient {
   void teardown(MediaSession& session);
 
   // False once the camera has closed the connection.
-  bool connected() const { return socketNum() >= 0; }
+  bool connected() const;
 
  protected:
   BlockingRTSPClient(UsageEnvironment& env, const char* url, int verbosityLevel,
@@ -48,6 +48,7 @@ class BlockingRTSPClient : public RTSPClient {
   RTSPResult await(Send send);
   static void onResponse(RTSPClient* client, int code, char* text);
   static void watchStopFlag(void* client);
+  void acknowledgeAtOnce() const;
 
   RTSPResult result_;
   TaskToken stopWatch_ = nullptr;
