@@ -110,6 +110,35 @@ TEST(ReadAhead, TimersHaveTheirTurnWithinALongBlock) {
   EXPECT_LT(atTimer, 50000U);
 }
 
+// Wherever a block ends, it is known whether more of the picture is to come.
+TEST(ReadAhead, KnowsWhenAPictureIsUnderWay) {
+  const std::string text = "RTSP/1.0 200 OK\r\nSession: $5\r\n\r\n";
+  const auto packet = [](int channel, std::size_t size, bool marker) {
+    std::string rtp(size, 'x');
+    rtp[1] = static_cast<char>(marker ? 0xE0 : 0x60);
+    return interleaved(channel, rtp);
+  };
+  const std::string begun = text + packet(0, 1400, false) + packet(1, 1200, false);
+  const std::string whole = packet(0, 1400, false) + packet(0, 50, true);
+  const std::string audio = packet(2, 320, false);
+  for (const std::size_t cut : {1U, 3U, 1405U, 100000U}) {
+    const auto underWay = [cut](const std::string& stream) {
+      Kelvane::InterleavedFraming framing;
+      for (std::size_t i = 0; i < stream.size(); i += cut) {
+        const std::string part = stream.substr(i, cut);
+        framing.follow(reinterpret_cast<const unsigned char*>(part.data()), part.size());
+      }
+      return framing.underWay();
+    };
+    EXPECT_FALSE(underWay(text)) << cut;
+    EXPECT_TRUE(underWay(begun)) << cut;
+    EXPECT_FALSE(underWay(begun + whole)) << cut;
+    EXPECT_TRUE(underWay(whole + whole.substr(0, whole.size() - 1))) << cut;
+    EXPECT_TRUE(underWay(whole + "$")) << cut;
+    EXPECT_FALSE(underWay(whole + audio)) << cut;
+  }
+}
+
 // However the network cuts a connection, and whichever loop the host has, the
 // frames are the same.
 TEST(ReadAhead, InterleavedFramesSurviveAnyCut) {

@@ -17,6 +17,8 @@ UniqueFd listenTcp(const std::string& address, int port) {
   UniqueFd listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const int on = 1;
   setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  // Its connections have it too: a device sends what it has at once.
+  setsockopt(listener.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   sockaddr_in name{};
   name.sin_family = AF_INET;
   name.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -39,8 +41,6 @@ int boundPort(const UniqueFd& socket) {
 UniqueFd acceptTcp(const UniqueFd& listener) {
   UniqueFd connection(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!connection) throw std::runtime_error(std::string("accept failed: ") + strerror(errno));
-  const int on = 1;
-  setsockopt(connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return connection;
 }
 

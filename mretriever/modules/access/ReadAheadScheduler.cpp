@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <typeinfo>
 
 namespace Kelvane {
@@ -16,6 +17,7 @@ namespace {
 // sockets have their turn.
 constexpr int kCallsInARow = 128;
 constexpr unsigned kNoDelay = 1;  // microseconds; 0 would mean no limit
+constexpr timespec kGather{0, 1000000};
 }  // namespace
 
 ReadAheadScheduler* ReadAheadScheduler::createNew(unsigned tickMicros) {
@@ -31,7 +33,8 @@ void ReadAheadScheduler::readAhead(int socket) {
 void ReadAheadScheduler::forget() {
   socket_ = -1;
   begin_ = end_ = 0;
-  unsettled_ = false;
+  unsettled_ = gathers_ = false;
+  framing_ = {};
 }
 
 int ReadAheadScheduler::read(unsigned char* to, unsigned size) {
@@ -42,8 +45,10 @@ int ReadAheadScheduler::read(unsigned char* to, unsigned size) {
     if (got <= 0) return -1;
     ++blocks_;
     unsettled_ = true;
+    gathers_ = static_cast<std::size_t>(got) < block_.size();
     begin_ = 0;
     end_ = static_cast<std::size_t>(got);
+    framing_.follow(block_.data(), end_);
   }
   const std::size_t count = std::min<std::size_t>(size, end_ - begin_);
   memcpy(to, block_.data() + begin_, count);
@@ -86,6 +91,13 @@ void ReadAheadScheduler::settle() {
   settling_ = false;
 }
 
+// Once a block: a camera that pauses within a picture is waited for as usual.
+void ReadAheadScheduler::gather() {
+  if (!gathers_ || pending()) return;
+  gathers_ = false;
+  if (framing_.underWay()) clock_nanosleep(CLOCK_MONOTONIC, 0, &kGather, nullptr);
+}
+
 void ReadAheadScheduler::SingleStep(unsigned maxDelayTime) {
   settling_ = false;  // a handler may run the loop within itself
   // Looked up each time: the call may change or remove the handler.
@@ -96,6 +108,10 @@ void ReadAheadScheduler::SingleStep(unsigned maxDelayTime) {
     socket = waiting();
   }
   settle();
+  gather();
+  if (tickMicros_ > 0 && (maxDelayTime == 0 || maxDelayTime > tickMicros_)) {
+    maxDelayTime = tickMicros_;
+  }
   BasicTaskScheduler::SingleStep(socket >= 0 ? kNoDelay : maxDelayTime);
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "DatagramBatch.h"
+#include "InterleavedFraming.h"
 
 namespace Kelvane {
 
@@ -17,8 +18,12 @@ namespace Kelvane {
 // the module stands in for the library's readSocket() and serves these reads
 // from a block, and the loop calls the handler of the connection for as long
 // as the block lasts. Of UDP sockets the library takes one datagram a select()
-// call; here all that wait come in one call. The library is unchanged; where it finds its own
-// readSocket() first, nothing is read ahead and all works as before.
+// call; here all that wait come in one call. The library is unchanged; where it
+// finds its own readSocket() first, nothing is read ahead and all works as before.
+//
+// Most of what is left are wake-ups, so the loop avoids them: it turns at its
+// tick only where nothing else has turned it, and with a picture half read it
+// lets the rest arrive for a millisecond instead of waking for each packet.
 //
 // Belongs to one thread, like all of live555.
 class ReadAheadScheduler final : public BasicTaskScheduler {
@@ -42,7 +47,9 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   DatagramBatch* datagrams(int socket);
 
  private:
-  explicit ReadAheadScheduler(unsigned tickMicros) : BasicTaskScheduler(tickMicros) {}
+  // The library's own tick would come on top of what turns the loop anyway.
+  explicit ReadAheadScheduler(unsigned tickMicros)
+      : BasicTaskScheduler(0), tickMicros_(tickMicros) {}
 
   // As in the library, whose binary may have been built for another type of
   // the watch variable (NO_STD_LIB), so that there is nothing to link to.
@@ -54,6 +61,7 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   bool pending() const { return begin_ < end_; }
   void forget();
   void settle();
+  void gather();
   // A socket with a handler for what has been read ahead; -1 if there is none.
   int waiting() const;
 
@@ -63,10 +71,13 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   };
   std::map<int, Handler> readers_;
   std::map<int, std::unique_ptr<DatagramBatch>> batches_;
+  const unsigned tickMicros_;
   int socket_ = -1;
+  InterleavedFraming framing_;
   std::size_t begin_ = 0, end_ = 0;  // unread part of the block
   unsigned long blocks_ = 0;
   bool unsettled_ = false;  // a block has come since settle()
+  bool gathers_ = false;    // a block has come since gather(), and it took all there was
   bool settling_ = false;   // nothing is read meanwhile
   std::array<unsigned char, 65536> block_;
 };
