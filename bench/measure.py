@@ -3,6 +3,7 @@
 Each bench/<area>.py runs our program and its peers on the same input in the same
 run and prints ratios. `make bench` runs them all; they need the release build.
 """
+import glob
 import os
 import signal
 import statistics
@@ -14,6 +15,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BIN = os.path.join(ROOT, "build", "bin")
 MRETRIEVER = os.path.join(BIN, "mretriever")
 CAMSIM = os.path.join(BIN, "camsim")
+BARE = os.path.join(BIN, "bare_receiver")  # requests, receives, throws away
 
 
 class Cost:
@@ -112,10 +114,12 @@ def pss_mb(pid):
 
 
 def cpu_seconds(pid):
-    """CPU seconds that a running process has used."""
-    with open(f"/proc/{pid}/stat") as stat:
-        fields = stat.read().rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+    """CPU seconds that the threads of a running process have used, in nanosecond steps."""
+    total = 0
+    for name in glob.glob(f"/proc/{pid}/task/*/schedstat"):
+        with open(name) as file:
+            total += int(file.read().split()[0])
+    return total / 1e9
 
 
 def table(title, header, rows):

@@ -2,15 +2,18 @@
 """RTSP reception against ffmpeg and GStreamer, on one stream of the simulated camera.
 
 CPU per gigabyte and peak memory over TCP and UDP, the time from a process's start
-to its first frame, and many processes of 2 Mbit/s each over TCP.
+to its first frame, and many processes of 2 Mbit/s each over TCP. A bare receive loop
+in the same run tells what of the cost is the machine's.
 """
 import json
+import os
 import re
 import subprocess
+import tempfile
 import time
 
-from measure import (CAMSIM, MRETRIEVER, cpu_seconds, first_frame_ms, first_output_ms, median_ms,
-                     pss_mb, run, start, stop, table)
+from measure import (BARE, CAMSIM, MRETRIEVER, cpu_seconds, first_frame_ms, first_output_ms,
+                     median_ms, pss_mb, run, start, stop, table)
 
 SECONDS = 8
 PROCESSES = 50
@@ -48,6 +51,10 @@ def gstreamer(camera, transport):
             "!", "fakesink", "sync=false"]
 
 
+def bare(camera):
+    return [BARE, "rtsp", camera.port, "/live"]
+
+
 def rate_of(camera, transport):
     """Bytes a second, as the program counts them."""
     text = run(ours(camera, transport), seconds=SECONDS / 2, output=subprocess.PIPE).output
@@ -64,6 +71,10 @@ def bulk():
                                   ("gstreamer", gstreamer)):
                 cost = run(command(camera, transport), seconds=SECONDS)
                 rows.append([transport, f"{rate * 8 / 1e6:.0f}", name, f"{cost.cpu:.2f}",
+                             f"{cost.per_gigabyte(rate * SECONDS):.2f}", f"{cost.peak_mb:.1f}"])
+            if transport == "tcp":
+                cost = run(bare(camera), seconds=SECONDS)
+                rows.append(["tcp", f"{rate * 8 / 1e6:.0f}", "bare loop", f"{cost.cpu:.2f}",
                              f"{cost.per_gigabyte(rate * SECONDS):.2f}", f"{cost.peak_mb:.1f}"])
     table("One stream", ["over", "Mbit/s", "client", "CPU s", "CPU s/GB", "peak MB"], rows)
 
@@ -88,16 +99,21 @@ def first_frame():
     table("Start to first frame, TCP", ["client", "until", "median ms"], rows)
 
 
-def cpu_and_memory(commands):
+def cpu_and_memory(commands, trace):
+    """Of each process on average, from some seconds after the start; `trace` loses what came
+    before."""
     processes = [start(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
                  for command in commands]
-    time.sleep(4)
-    before = [cpu_seconds(process.pid) for process in processes]
-    time.sleep(SECONDS)
-    cpu = [cpu_seconds(process.pid) - b for process, b in zip(processes, before)]
-    memory = [pss_mb(process.pid) for process in processes]
-    for process in processes:
-        stop(process)
+    try:
+        time.sleep(4)
+        open(trace, "w").close()  # lines are appended
+        before = [cpu_seconds(process.pid) for process in processes]
+        time.sleep(SECONDS)
+        cpu = [cpu_seconds(process.pid) - b for process, b in zip(processes, before)]
+        memory = [pss_mb(process.pid) for process in processes]
+    finally:
+        for process in processes:
+            stop(process)
     return 100 * sum(cpu) / len(cpu) / SECONDS, sum(memory) / len(memory)
 
 
@@ -118,20 +134,26 @@ def late_frames(trace):
 
 
 def many():
+    """Beside them one more of our processes watches how late pictures come: with each client, as
+    the camera and the machine have their part in that."""
     rows = []
-    trace = "/tmp/mretriever-bench-rtsp.jsonl"
-    with Camera("--width", "704", "--height", "576", "--kbps", "2000") as camera:
+    clients = (("mretriever", lambda camera: ours(camera, "tcp")),
+               ("ffmpeg", lambda camera: ffmpeg(camera, "tcp")),
+               ("gstreamer", lambda camera: gstreamer(camera, "tcp")), ("bare loop", bare))
+    with tempfile.TemporaryDirectory() as folder, Camera(
+            "--width", "704", "--height", "576", "--kbps", "1750") as camera:
         rate = rate_of(camera, "tcp") * 8 / 1e6
-        watch = start(ours(camera, "tcp", "--trace", trace), stdout=subprocess.DEVNULL,
-                      stderr=subprocess.DEVNULL)
-        share, memory = cpu_and_memory([ours(camera, "tcp")] * PROCESSES)
-        stop(watch)
-        late, pictures = late_frames(trace)
-        rows.append(["mretriever", PROCESSES, f"{share:.3f}", f"{memory:.1f}",
-                     f"{late} of {pictures}"])
-        for name, command in (("ffmpeg", ffmpeg), ("gstreamer", gstreamer)):
-            share, memory = cpu_and_memory([command(camera, "tcp")] * PROCESSES)
-            rows.append([name, PROCESSES, f"{share:.3f}", f"{memory:.1f}", ""])
+        for name, command in clients:
+            trace = os.path.join(folder, name)
+            watch = start(ours(camera, "tcp", "--trace", trace), stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL)
+            try:
+                share, memory = cpu_and_memory([command(camera)] * PROCESSES, trace)
+            finally:
+                stop(watch)
+            late, pictures = late_frames(trace)
+            rows.append([name, PROCESSES, f"{share:.3f}", f"{memory:.1f}",
+                         f"{late} of {pictures}"])
     table(f"Many processes of {rate:.1f} Mbit/s each, TCP",
           ["client", "processes", "% of a core each", "PSS MB each", "late frames"], rows)
 
