@@ -1,9 +1,12 @@
 // read_frame() and read_jpg() over streams in memory: what each device form
 // becomes. The frames are bytes with a meaning of their own here, no pictures.
 #include <functional>
+#include <thread>
 
 #include "BoschMediaProducerImpl.h"
+#include "DeviceConnection.h"
 #include "HTTPMediaProducerImpl.h"
+#include "HttpStream.h"
 #include "support/TcpPeer.h"
 #include "support/TestHost.h"
 
@@ -32,14 +35,19 @@ class Reader {
   template <class Producer>
   std::vector<std::string> frames(const std::string& text,
                                   int (Producer::*read)(FILE*, std::uint8_t*, std::uint32_t)) {
-    Producer producer(host.audio(), host.video());
     // fmemopen() would add a zero behind the text in its buffer, not in the stream.
     std::string copy = text;
     const File stream(fmemopen(copy.data(), copy.size(), "r"), fclose);
+    return frames(stream.get(), read);
+  }
+  template <class Producer>
+  std::vector<std::string> frames(FILE* stream,
+                                  int (Producer::*read)(FILE*, std::uint8_t*, std::uint32_t)) {
+    Producer producer(host.audio(), host.video());
     std::vector<std::string> all;
     auto* buffer = host.video()->buffer;
     int length = 0;
-    while ((length = (producer.*read)(stream.get(), buffer, kSize)) > 0) {
+    while ((length = (producer.*read)(stream, buffer, kSize)) > 0) {
       all.emplace_back(reinterpret_cast<char*>(buffer), static_cast<std::size_t>(length));
     }
     EXPECT_EQ(length, -1);
@@ -165,6 +173,33 @@ TEST(HttpFrameReader, PicturesThatFitBarelyOrNotAtAll) {
   const std::string filled = jpeg(kSize - 8).substr(0, kSize - 10) + std::string(40, '\xFF');
   EXPECT_THAT(reader.http(with("\r\n", filled)), ElementsAre());
   EXPECT_THAT(reader.host.states(), testing::Contains("STREAM_LOST DEV_CLOSED_SOCKET"));
+}
+
+// A socket is read in larger pieces, by the length of the picture before, and
+// must not lose what follows a smaller one.
+TEST(HttpFrameReader, PicturesOfAnyLengthComeWholeFromASocket) {
+  std::vector<std::string> pictures;
+  std::string stream;
+  for (const std::size_t size : {200000U, 200000U, 3000U, 3000U, 190000U, 120000U, 700U, 130000U,
+                                 127000U, kSize, kSize + 2, 300000U, 290000U}) {
+    pictures.push_back(jpeg(size));
+    // Looks like an end: the second of two marks begins none.
+    pictures.back().replace(size / 2, 4, bytes({0xFF, 0xFF, 0xD9, 'j'}));
+    stream += with("\r\n", pictures.back());
+  }
+  stream += with("\r\n", jpeg(290000).substr(0, 150000));
+  Reader reader;
+  TcpPeer camera;
+  const Kelvane::DeviceConnection device = Kelvane::connectToDevice("127.0.0.1", camera.port());
+  Kelvane::HttpStream source(device.socket.get());
+  std::thread sender([&] {
+    PeerConnection connection = camera.accept();
+    for (std::size_t i = 0; i < stream.size(); i += 70001)
+      connection.write(stream.substr(i, 70001));
+  });
+  EXPECT_TRUE(reader.frames(source.get(), &Kelvane::HTTPMediaProducerImpl::read_frame) == pictures);
+  sender.join();
+  EXPECT_THAT(reader.host.states(), ElementsAre("STREAM_LOST DEV_CLOSED_SOCKET"));
 }
 
 TEST(BoschReader, TheFirstLengthEndsTheHeader) {

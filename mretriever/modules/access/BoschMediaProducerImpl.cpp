@@ -94,7 +94,7 @@ int BoschMediaProducerImpl::read_jpg(FILE* stream, std::uint8_t* buf, std::uint3
     return readBlock(stream, buf + 2, length - 2) ? static_cast<int>(length) : -1;
   }
   if (!readBlock(stream, buf + 2, kJpegHead - 2)) return -1;
-  return readJpegToEnd(stream, buf, kJpegHead, size);
+  return readJpegToEnd(stream, buf, kJpegHead, size, pictureLength_);
 }
 
 }  // namespace Kelvane

@@ -30,7 +30,8 @@ class BoschMediaProducerImpl : public NETMediaProducerImpl {
   int read_jpg(FILE* stream, std::uint8_t* buf, std::uint32_t size);
 
  private:
-  std::string request;  // built once
+  std::string request;             // built once
+  std::size_t pictureLength_ = 0;  // of the last picture of unknown length
 };
 
 }  // namespace Kelvane

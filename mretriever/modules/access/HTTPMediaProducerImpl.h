@@ -65,6 +65,7 @@ class HTTPMediaProducerImpl : public NETMediaProducerImpl {
   void receiveMultipartAudio(int fd);
 
   std::unique_ptr<char[]> trigger_type;  // of the current frame; empty for none
+  std::size_t pictureLength_ = 0;        // of the last picture of unknown length
   std::string cameraModel;
   std::string modelID;
 };

@@ -72,7 +72,7 @@ int HTTPMediaProducerImpl::read_frame(FILE* stream, std::uint8_t* buf, std::uint
     FATAL_REPORT("Parse jpeg. (Length unknown). But codec is %s", format.c_str());
   }
   if (!readBlock(stream, buf + 1, kJpegHead - 1)) return -1;
-  return readJpegToEnd(stream, buf, kJpegHead, size);
+  return readJpegToEnd(stream, buf, kJpegHead, size, pictureLength_);
 }
 
 // Returns the frame's length, 0 when no line tells it. Two lines that matter

@@ -15,6 +15,8 @@ namespace Kelvane {
 
 namespace {
 
+constexpr std::size_t kRest = 16;  // of a picture, its last part of so many
+
 // What the stream has read ahead lies between its two pointers: the step of
 // getc_unlocked(), for many bytes at once.
 std::size_t readAhead(const FILE* stream) {
@@ -48,6 +50,19 @@ bool readExactly(FILE* stream, std::uint8_t* to, std::size_t size) {
   return have == size;
 }
 
+// Most of a picture comes past the stream's buffer too. It is only looked at
+// until its end is known, as what follows the picture must stay in the socket;
+// taken from there it is not copied again. False when there is no more of it,
+// or no socket.
+bool scanSocket(FILE* stream, std::uint8_t* frame, std::size_t upTo, JpegScan& scan) {
+  const int socket = fileno_unlocked(stream);
+  std::uint8_t* const to = frame + scan.stored();
+  const ssize_t there = recv(socket, to, upTo - scan.stored(), MSG_PEEK);
+  if (there <= 0) return false;
+  const std::size_t taken = scan.take(to, static_cast<std::size_t>(there));
+  return recv(socket, to, taken, MSG_TRUNC | MSG_WAITALL) == static_cast<ssize_t>(taken);
+}
+
 }  // namespace
 
 HttpStream::HttpStream(int socket) {
@@ -72,8 +87,13 @@ bool readBlock(FILE* stream, std::uint8_t* to, std::size_t size) {
   return false;
 }
 
-int readJpegToEnd(FILE* stream, std::uint8_t* frame, std::size_t begin, std::size_t size) {
+int readJpegToEnd(FILE* stream, std::uint8_t* frame, std::size_t begin, std::size_t size,
+                  std::size_t& expected) {
   JpegScan scan(frame, begin, size);
+  scanReadAhead(stream, scan);
+  // The rest goes through the buffer, together with the next header.
+  const std::size_t upTo = std::min(expected - expected / kRest, size);
+  while (!scan.done() && scan.stored() < upTo && scanSocket(stream, frame, upTo, scan)) continue;
   while (!scan.done()) {
     const int next = getc_unlocked(stream);  // refills the buffer
     if (next == EOF) {
@@ -86,7 +106,8 @@ int readJpegToEnd(FILE* stream, std::uint8_t* frame, std::size_t begin, std::siz
   }
   switch (scan.result()) {
     case JpegScan::Result::complete:
-      return static_cast<int>(scan.length());
+      expected = scan.length();
+      return static_cast<int>(expected);
     case JpegScan::Result::closed:
       ERROR_REPORT("CRT-5003 Error to read from socket. Seems server closed connection");
       return -1;

@@ -15,8 +15,7 @@ class HttpStream {
   ~HttpStream();
   HttpStream(const HttpStream&) = delete;
   HttpStream& operator=(const HttpStream&) = delete;
-  // What one read of the socket takes at the most, large rests of a frame
-  // aside. 64 kB would save a fifth of the CPU for pictures of unknown length.
+  // What one read of the socket takes at the most, large parts of a frame aside.
   static constexpr std::size_t kBufferSize = 12000;
   FILE* get() { return file_; }
 
@@ -31,7 +30,9 @@ bool readBlock(FILE* stream, std::uint8_t* to, std::size_t size);
 // The rest of a JPEG of unknown length, of which `begin` bytes stand in
 // `frame`, which holds `size` bytes and a few to spare. Returns the picture's
 // length, or -1 when the connection has ended, which is reported as CRT-5003.
-// A picture that does not fit is a fatal report.
-int readJpegToEnd(FILE* stream, std::uint8_t* frame, std::size_t begin, std::size_t size);
+// A picture that does not fit is a fatal report. `expected` is the length of the
+// picture before, or 0: so much is read at once. Becomes this one's.
+int readJpegToEnd(FILE* stream, std::uint8_t* frame, std::size_t begin, std::size_t size,
+                  std::size_t& expected);
 
 }  // namespace Kelvane

@@ -53,7 +53,7 @@ std::size_t JpegScan::take(const std::uint8_t* block, std::size_t bytes) {
   }
   if (!foundEnd_ && next < firstEnd) next = takeFromFresh(next, firstEnd, end);
   const auto taken = static_cast<std::size_t>(next - block);
-  memcpy(frame_ + at_, block, taken);
+  if (block != frame_ + at_) memcpy(frame_ + at_, block, taken);
   at_ += taken;
   return taken;
 }

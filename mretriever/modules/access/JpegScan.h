@@ -16,7 +16,8 @@ class JpegScan {
   JpegScan(std::uint8_t* frame, std::size_t begin, std::size_t size)
       : frame_(frame), at_(begin), size_(size) {}
 
-  // Takes bytes up to the end of the picture; returns how many.
+  // Takes bytes up to the end of the picture; returns how many. The block may
+  // lie where its bytes go.
   std::size_t take(const std::uint8_t* block, std::size_t bytes);
   // Behind the end of input each byte counts as 0xFF.
   void endOfInput();
@@ -28,6 +29,8 @@ class JpegScan {
     closed,    // the tail is all 0xFF: a connection that ended in the picture
     truncated  // a picture larger than the buffer
   };
+  // Bytes that stand in the frame; the next goes behind them.
+  std::size_t stored() const { return at_; }
   // Both once done(). Where the room ran out, the test looks at the byte behind
   // the last stored one too, whatever that holds.
   Result result() const;
