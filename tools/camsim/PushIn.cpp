@@ -97,7 +97,7 @@ class Outlet {
       if (std::chrono::steady_clock::now() > deadline) {
         throw std::runtime_error("nobody serves " + path + ": " + strerror(errno));
       }
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     printf("camsim pushin: pushing into %s\n", path.c_str());
   }
