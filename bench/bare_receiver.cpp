@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -79,6 +80,7 @@ void http(int port, const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  signal(SIGINT, SIG_DFL);  // ignored where a shell has put the benchmark into the background
   const std::string mode = argc > 2 ? argv[1] : "";
   const int port = argc > 2 ? atoi(argv[2]) : 0;
   const std::string path = argc > 3 ? argv[3] : "/";
