@@ -62,8 +62,7 @@ void rtsp(int port, const std::string& path) {
   request(fd, "DESCRIBE " + url + " RTSP/1.0\r\nCSeq: 1\r\n\r\n");
   std::string description = answer(fd);
   if (description.find("m=") == std::string::npos) description += answer(fd);
-  const std::string track =
-      after(description.substr(description.find("m=")), "a=control:", ';');
+  const std::string track = after(description.substr(description.find("m=")), "a=control:", ';');
   request(fd, "SETUP " + url + "/" + track +
                   " RTSP/1.0\r\nCSeq: 2\r\nTransport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n\r\n");
   const std::string session = after(answer(fd), "Session: ", ';');

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -27,9 +28,9 @@ Subprocess::Subprocess(const std::vector<std::string>& command) {
   // A child goes with the test's process, also where that leaves in the middle.
   std::vector<std::string> words{"setpriv", "--pdeathsig", "KILL"};
   words.insert(words.end(), command.begin(), command.end());
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  std::vector<char*> arguments(words.size() + 1);
+  std::transform(words.begin(), words.end(), arguments.begin(),
+                 [](std::string& word) { return word.data(); });
   const int error = posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   close(ends[1]);

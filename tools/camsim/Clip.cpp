@@ -25,7 +25,8 @@ std::string encoder(const ClipOptions& options) {
                                                   "k -maxrate " + std::to_string(options.kbps) +
                                                   "k -bufsize " + std::to_string(options.kbps) + "k"
                                             : "";
-  if (options.format == "mjpg") return "-c:v mjpeg -huffman default -pix_fmt yuvj420p -q:v 5 -f mjpeg";
+  if (options.format == "mjpg")
+    return "-c:v mjpeg -huffman default -pix_fmt yuvj420p -q:v 5 -f mjpeg";
   if (options.format == "mpeg4") return "-c:v mpeg4 -bf 0 -q:v 5" + gop + rate + " -f m4v";
   if (options.format == "mpeg2")
     return "-c:v mpeg2video -bf 0 -q:v 5" + gop + rate + " -f mpeg2video";

@@ -91,13 +91,10 @@ bool sendFrame(PacketSender& sender, std::string frame, std::size_t packetSize, 
 void stream(const UniqueFd& connection, const Options& options) {
   if (!expectRead(connection, "stream request", fromHex("53445652 00FC0C00 30118001"))) return;
   const Clip clip = makeClip(options.clip);
-  PacketSender sender(connection, options);
-  Ticker ticker(clip.framerate);
-  for (std::size_t i = 0;; ++i) {
-    const bool cut = options.midFrame && i == 0;
-    if (!sendFrame(sender, frameToSend(clip, i, options), options.packetSize, cut)) return;
-    ticker.wait();
-  }
+  streamClip(connection, clip, options,
+             [&](PacketSender& sender, const std::string& frame, bool cut) {
+               return sendFrame(sender, frame, options.packetSize, cut);
+             });
 }
 
 }  // namespace

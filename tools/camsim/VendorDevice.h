@@ -55,3 +55,17 @@ class PacketSender {
   const VendorOptions& options_;
   long sent_ = 0;
 };
+
+// Frame after frame at the clip's rate until `sendFrame(sender, frame, cut)` is
+// false. `cut`: the camera is joined within the first frame.
+template <class SendFrame>
+void streamClip(const Kelvane::UniqueFd& connection, const Clip& clip, const VendorOptions& options,
+                SendFrame sendFrame) {
+  PacketSender sender(connection, options);
+  Ticker ticker(clip.framerate);
+  for (std::size_t i = 0;; ++i) {
+    const bool cut = options.midFrame && i == 0;
+    if (!sendFrame(sender, frameToSend(clip, i, options), cut)) return;
+    ticker.wait();
+  }
+}

@@ -102,13 +102,10 @@ bool sendFrame(PacketSender& sender, const std::string& frame, std::size_t packe
 }
 
 void stream(const UniqueFd& connection, const Clip& clip, const Options& options) {
-  PacketSender sender(connection, options);
-  Ticker ticker(clip.framerate);
-  for (std::size_t i = 0;; ++i) {
-    const bool cut = options.midFrame && i == 0;
-    if (!sendFrame(sender, frameToSend(clip, i, options), options.packetSize, cut)) return;
-    ticker.wait();
-  }
+  streamClip(connection, clip, options,
+             [&](PacketSender& sender, const std::string& frame, bool cut) {
+               return sendFrame(sender, frame, options.packetSize, cut);
+             });
 }
 
 }  // namespace

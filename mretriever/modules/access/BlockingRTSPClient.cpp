@@ -80,7 +80,7 @@ RTSPResult BlockingRTSPClient::setup(MediaSubsession& subsession, bool streamOut
                                      bool streamUsingTCP, bool forceMulticast) {
   auto* scheduler = dynamic_cast<ReadAheadScheduler*>(&envir().taskScheduler());
   if (streamUsingTCP && scheduler != nullptr) scheduler->readAhead(socketNum());
-  const RTSPResult result = await([&] {
+  RTSPResult result = await([&] {
     return sendSetupCommand(subsession, onResponse, streamOutgoing, streamUsingTCP, forceMulticast);
   });
   if (!streamUsingTCP && scheduler != nullptr && subsession.rtpSource() != nullptr) {
