@@ -37,15 +37,6 @@ std::string socketPath(const std::string& id) {
   return "/tmp/." + id + ".media.recorder.sock";
 }
 
-// A second name of the socket. The stream does without it when it cannot be made.
-void makeAlias(const std::string& path, const std::string& alias) {
-  unlink(alias.c_str());
-  if (symlink(path.c_str(), alias.c_str()) != 0) {
-    const auto reason = last_error_message();
-    LOG_ERROR("CRT-0003 symlink() failed: %s", reason->c_str());
-  }
-}
-
 // What stands in the stream's buffer, unread: the rest of the last datagram.
 // There is no portable call for it.
 std::string_view unread(const FILE* stream) {
@@ -63,22 +54,15 @@ PushInMediaProducerImpl::PushInMediaProducerImpl(AbstractSink* audio, AbstractSi
     : NETMediaProducerImpl(audio, video, nullptr), annoncer_(annoncer) {}
 
 PushInMediaProducerImpl::~PushInMediaProducerImpl() {
+  stopServing();
   delete annoncer_;
 }
 
 bool PushInMediaProducerImpl::start() {
   const std::string path = socketPath(Cfg::value("DEVID"));
   openSocket(path);
-  std::string audioAlias;
-  if (Cfg::exist("AUDIO_DEVID")) {
-    audioAlias = socketPath(Cfg::value("AUDIO_DEVID"));
-    makeAlias(path, audioAlias);
-  }
-  std::string hardwareAlias;
-  if (Cfg::exist("HWID")) {
-    hardwareAlias = "/tmp/" + Cfg::value("HWID") + ".sock";
-    makeAlias(path, hardwareAlias);
-  }
+  if (Cfg::exist("AUDIO_DEVID")) makeAlias(path, socketPath(Cfg::value("AUDIO_DEVID")));
+  if (Cfg::exist("HWID")) makeAlias(path, "/tmp/" + Cfg::value("HWID") + ".sock");
   // Peers run under other users.
   if (chmod(path.c_str(), 0777) != 0) {
     const auto reason = last_error_message();
@@ -91,11 +75,7 @@ bool PushInMediaProducerImpl::start() {
 
   runEventLoop();
 
-  env_->taskScheduler().disableBackgroundHandling(sock_);
-  fclose(fin_);
-  unlink(path.c_str());
-  if (!audioAlias.empty()) unlink(audioAlias.c_str());
-  if (!hardwareAlias.empty()) unlink(hardwareAlias.c_str());
+  stopServing();
   return true;
 }
 
@@ -109,6 +89,7 @@ void PushInMediaProducerImpl::openSocket(const std::string& path) {
     const auto reason = last_error_message();
     LOG_ERROR("CRT-5004 Failed to set SO_RCVBUF size: %s", reason->c_str());
   }
+  names_.push_back(path);
   unlink(path.c_str());
   // The length covers the whole path, so that one which does not fit is refused.
   union {
@@ -124,6 +105,16 @@ void PushInMediaProducerImpl::openSocket(const std::string& path) {
   }
 }
 
+// A second name of the socket. The stream does without it when it cannot be made.
+void PushInMediaProducerImpl::makeAlias(const std::string& path, const std::string& alias) {
+  names_.push_back(alias);
+  unlink(alias.c_str());
+  if (symlink(path.c_str(), alias.c_str()) != 0) {
+    const auto reason = last_error_message();
+    LOG_ERROR("CRT-0003 symlink() failed: %s", reason->c_str());
+  }
+}
+
 void PushInMediaProducerImpl::openStream() {
   fin_ = fdopen(sock_, "r");
   if (fin_ == nullptr) {
@@ -134,8 +125,23 @@ void PushInMediaProducerImpl::openStream() {
   setvbuf(fin_, streamBuffer_, _IOFBF, sizeof streamBuffer_);
 }
 
+void PushInMediaProducerImpl::stopServing() {
+  if (sock_ < 0) return;
+  env_->taskScheduler().unscheduleDelayedTask(snapshotTask_);
+  env_->taskScheduler().disableBackgroundHandling(sock_);
+  if (fin_ == nullptr) {
+    close(sock_);
+  } else {
+    fclose(fin_);
+  }
+  fin_ = nullptr;
+  sock_ = -1;
+  for (const std::string& name : names_) unlink(name.c_str());
+  names_.clear();
+}
+
 void PushInMediaProducerImpl::scheduleSnapshot(int micros) {
-  env_->taskScheduler().scheduleDelayedTask(micros, updateSnapshot, this);
+  snapshotTask_ = env_->taskScheduler().scheduleDelayedTask(micros, updateSnapshot, this);
 }
 
 void PushInMediaProducerImpl::processRead(void* producer) {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "NETMediaProducerImpl.h"
 #include "PushInHeaders.h"
@@ -39,7 +40,9 @@ class PushInMediaProducerImpl : public NETMediaProducerImpl {
   static constexpr std::size_t kStreamBytes = 32000;
 
   void openSocket(const std::string& path);
+  void makeAlias(const std::string& path, const std::string& alias);
   void openStream();
+  void stopServing();
   void scheduleSnapshot(int micros);
 
   void readMessage();
@@ -56,8 +59,10 @@ class PushInMediaProducerImpl : public NETMediaProducerImpl {
                    const char* marker);
   void handleVideo(PushInHeaders& headers, const timeval& time);
 
-  int sock_ = -1;  // owned by fin_ once that is open
+  std::vector<std::string> names_;  // of the socket, in the file system
+  int sock_ = -1;                   // owned by fin_ once that is open
   FILE* fin_ = nullptr;
+  TaskToken snapshotTask_ = nullptr;
   // Null until the audio sink has been initialised; never read through.
   const unsigned char* audioConfigData_ = nullptr;
   PushInMediaAnnoncer* annoncer_;
