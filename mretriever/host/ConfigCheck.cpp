@@ -40,7 +40,8 @@ struct Rule {
   unsigned needers;
   const char* choices = kAnyText;
   long least = 0;
-  long most = 0;  // 0: not a number
+  long most = 0;           // 0: not a number
+  unsigned fractions = 0;  // those who take a number that is not whole
 };
 
 constexpr long kPort = 65535;
@@ -55,7 +56,7 @@ constexpr Rule kRules[] = {
     {"MEDIA_FORMAT", kFormat | bit(Kind::pushIn) | bit(Kind::test), kFormat},
     {"METADATA_PORT", kAll, 0, kAnyText, 1, kPort},
     {"STREAM_PROBE", kAll, 0, kAnyText, 0, 1000000},
-    {"FRAMERATE", kAll, 0, kAnyText, 1, 1000},
+    {"FRAMERATE", kAll, 0, kAnyText, 1, 1000, ~(bit(Kind::samsung) | bit(Kind::dante))},
     {"MASTER_NODE", bit(Kind::pushIn), 0},
     {"SNAPSHOT_MODE", kTcpVideo, 0, "on off"},
     {"DEVIP", kLogin, kLogin},
@@ -212,8 +213,9 @@ class Check {
     const std::string range =
         " (" + std::to_string(rule.least) + " to " + std::to_string(rule.most) + ")";
     try {
-      const float number = Cfg::f_value(rule.key);
-      if (number >= static_cast<float>(rule.least) && number <= static_cast<float>(rule.most)) {
+      const bool whole = (rule.fractions & bit(kind_)) == 0;
+      const double number = whole ? Cfg::i_value(rule.key) : Cfg::f_value(rule.key);
+      if (number >= static_cast<double>(rule.least) && number <= static_cast<double>(rule.most)) {
         return;
       }
     } catch (const std::invalid_argument&) {  // no number at all

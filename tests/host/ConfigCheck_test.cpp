@@ -44,6 +44,7 @@ TEST(ConfigCheck, NamesWhatIsWrong) {
       {{{"PROTO", "RTSP"}, {"CAMERAMODEL", "x"}}, "missing: RTSP_URL"},
       {with(kCamera, {{"RTSP_PORT", "65536"}}), "out of range: RTSP_PORT=65536 (1 to 65535)"},
       {with(kCamera, {{"RTSP_PORT", "554x"}}), "out of range: RTSP_PORT=554x"},
+      {with(kCamera, {{"RTSP_PORT", "5e2"}}), "out of range: RTSP_PORT=5e2"},
       {with(kCamera, {{"AUDIO", "yes"}}), "out of range: AUDIO=yes (on off)"},
       {with(kCamera, {{"RTSP_ULR", "/live"}}), "unknown: RTSP_ULR"},
       {with(kCamera, {{"STREAM_PROBE", "5"}}), "missing: OBJID"},
