@@ -59,6 +59,7 @@ Stage::Stage(const std::uint8_t* input, std::size_t size, const Keys& keys)
 
 Stage::~Stage() {
   current = nullptr;
+  environment().taskScheduler().unscheduleDelayedTask(turn_);
   // By name: a producer may have closed one, which deleted it.
   for (const std::string& name : sinkNames_) Medium::close(environment(), name.c_str());
 }
@@ -88,6 +89,21 @@ Kelvane::UniqueFd Stage::connect() {
   shutdown(ends[0], SHUT_WR);
   deviceSides_.push_back(std::move(device));
   return Kelvane::UniqueFd(ends[1]);
+}
+
+void Stage::eachTurn(std::function<bool()> peer) {
+  peer_ = std::move(peer);
+  turn_ = environment().taskScheduler().scheduleDelayedTask(0, turn, this);
+}
+
+void Stage::turn(void* stage) {
+  auto* self = static_cast<Stage*>(stage);
+  self->turn_ = nullptr;
+  if (!self->peer_()) {
+    self->retriever_.stop();
+  } else {
+    self->turn_ = environment().taskScheduler().scheduleDelayedTask(0, turn, stage);
+  }
 }
 
 void Stage::run(const std::function<void()>& producer) {

@@ -42,10 +42,16 @@ class Stage {
   // A connection to the device; an empty descriptor when it cannot be reached.
   Kelvane::UniqueFd connect();
 
+  // Calls `peer` once a turn of the event loop until it returns false, then
+  // stops the loop.
+  void eachTurn(std::function<bool()> peer);
+
   // Runs what may end the process, up to there.
   static void run(const std::function<void()>& producer);
 
  private:
+  static void turn(void* stage);
+
   std::string_view rest_;
   bool ended_ = false;
   Kelvane::Retriever retriever_;
@@ -54,6 +60,8 @@ class Stage {
   Kelvane::AbstractSink* metadata_;
   std::vector<std::string> sinkNames_;
   std::vector<Kelvane::UniqueFd> deviceSides_;
+  std::function<bool()> peer_;
+  TaskToken turn_ = nullptr;
 };
 
 }  // namespace fuzz

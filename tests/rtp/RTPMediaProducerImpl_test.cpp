@@ -112,6 +112,22 @@ TEST(RTPMediaProducerImpl, ReorderedPacketsAreDeliveredInOrderWithTheWallClock) 
   EXPECT_TRUE(host.awaitEnd());
 }
 
+TEST(RTPMediaProducerImpl, LengthsWithinAnAggregateEndWithIt) {
+  const int port = freeUdpPort();
+  TestHost host(keysFor("h264", std::to_string(port)));
+  RTPMediaProducerImpl producer(host.audio(), host.video());
+  host.run(producer);
+  ASSERT_TRUE(awaitUdpPort(port));
+  UdpSender device(port);
+  device.send(rtp(1, hex("18 00 02") + "ab" + hex("00")));  // half a length behind the unit
+  device.send(rtp(2, hex("18 00 05") + "cde"));
+  device.send(rtp(3, "ef"));
+  EXPECT_TRUE(host.video()->awaitFrames(4));
+  host.stop();
+  EXPECT_TRUE(host.awaitEnd());
+  EXPECT_THAT(host.video()->data(), testing::ElementsAre("ab", "", "cde", "ef"));
+}
+
 TEST(RTPMediaProducerImpl, BadConfigurationIsReported) {
   const auto start = [](const TestHost::Keys& keys) {
     TestHost host(keys);

@@ -17,9 +17,11 @@ class MetadataStreamThread : public Thread {
 
   void execute() override;
 
+ protected:
+  void receive(int socket);  // one datagram
+
  private:
   int bindSocket() const;
-  void receive(int socket);
 
   const int port;
   TransportStream ts_;
