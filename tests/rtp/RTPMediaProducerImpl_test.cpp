@@ -122,10 +122,10 @@ TEST(RTPMediaProducerImpl, LengthsWithinAnAggregateEndWithIt) {
   device.send(rtp(1, hex("18 00 02") + "ab" + hex("00")));  // half a length behind the unit
   device.send(rtp(2, hex("18 00 05") + "cde"));
   device.send(rtp(3, "ef"));
-  EXPECT_TRUE(host.video()->awaitFrames(4));
+  EXPECT_TRUE(host.video()->awaitFrames(3));
   host.stop();
   EXPECT_TRUE(host.awaitEnd());
-  EXPECT_THAT(host.video()->data(), testing::ElementsAre("ab", "", "cde", "ef"));
+  EXPECT_THAT(host.video()->data(), testing::ElementsAre("ab", "cde", "ef"));
 }
 
 TEST(RTPMediaProducerImpl, BadConfigurationIsReported) {

@@ -45,12 +45,12 @@ Groupsock* open(UsageEnvironment& env, in_addr address, std::uint16_t port) {
   in->sin_addr = address;
   constexpr u_int8_t kTimeToLive = 1;
   const WithoutJoin guard(address);
-  auto* socket = new Groupsock(env, name, Port(port), kTimeToLive);
+  auto socket = std::make_unique<Groupsock>(env, name, Port(port), kTimeToLive);
   if (socket->socketNum() < 0) {
     FATAL_REPORT("Can't bind port %d for the stream: another program receives on it", port);
   }
   increaseReceiveBufferTo(env, socket->socketNum(), kReceiveBuffer);
-  return socket;
+  return socket.release();
 }
 
 }  // namespace
