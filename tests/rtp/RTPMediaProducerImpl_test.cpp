@@ -112,6 +112,41 @@ TEST(RTPMediaProducerImpl, ReorderedPacketsAreDeliveredInOrderWithTheWallClock) 
   EXPECT_TRUE(host.awaitEnd());
 }
 
+// Two strays alone would make the library hold back tens of thousands of packets.
+TEST(RTPMediaProducerImpl, StraysAreDroppedAndASenderThatBeginsAnewIsFollowed) {
+  const int port = freeUdpPort();
+  TestHost host(keysFor("h264", std::to_string(port)));
+  RTPMediaProducerImpl producer(host.audio(), host.video());
+  host.run(producer);
+  ASSERT_TRUE(awaitUdpPort(port));
+  UdpSender device(port);
+  constexpr int kStream = 1, kStray = 2, kRestarted = 3;
+  const struct {
+    int sequence, source;
+    const char* payload;
+  } packets[] = {
+      {65534, kStream, "a"},    {65535, kStream, "b"},    {30000, kStray, "x"},
+      {1, kStream, "d"},        {60000, kStray, "x"},     {0, kStream, "c"},
+      {2, kStream, "e"},        {3, kStray, "f"},  // another source that goes on
+      {500, kStream, "x"},      {4, kStray, "g"},         {900, kStray, "h"},  // after a loss
+      {20000, kRestarted, "i"}, {20001, kRestarted, "j"}, {20002, kRestarted, "k"},
+  };
+  for (const auto& packet : packets) {
+    device.send(rtp(packet.sequence, packet.payload, 96, packet.source));
+  }
+  // What waits for a lost packet is looked at when the next one comes.
+  int next = 20003;
+  EXPECT_TRUE(eventually([&] {
+    device.send(rtp(next++, "", 96, kRestarted));
+    return host.video()->data().size() >= 11;
+  }));
+  host.stop();
+  EXPECT_TRUE(host.awaitEnd());
+  std::string order;
+  for (const std::string& data : host.video()->data()) order += data;
+  EXPECT_EQ(order, "abcdefghijk");
+}
+
 TEST(RTPMediaProducerImpl, LengthsWithinAnAggregateEndWithIt) {
   const int port = freeUdpPort();
   TestHost host(keysFor("h264", std::to_string(port)));

@@ -211,7 +211,7 @@ TEST(ReadAhead, DatagramsStayApart) {
     s->over = true;
   };
   self.scheduler.setBackgroundHandling(self.near.get(), SOCKET_READABLE, read, &self);
-  self.loop->readDatagramsAhead(self.near.get());
+  self.loop->readDatagramsAhead(self.near.get(), 96);
   EventLoopWatchVariable end{0};
   const auto stop = [](void* flag) { *static_cast<EventLoopWatchVariable*>(flag) = 1; };
   for (int turn = 0; turn < 2000 && !self.over; ++turn) {

@@ -83,8 +83,9 @@ RTSPResult BlockingRTSPClient::setup(MediaSubsession& subsession, bool streamOut
   RTSPResult result = await([&] {
     return sendSetupCommand(subsession, onResponse, streamOutgoing, streamUsingTCP, forceMulticast);
   });
-  if (!streamUsingTCP && scheduler != nullptr && subsession.rtpSource() != nullptr) {
-    scheduler->readDatagramsAhead(subsession.rtpSource()->RTPgs()->socketNum());
+  RTPSource* source = subsession.rtpSource();
+  if (!streamUsingTCP && scheduler != nullptr && source != nullptr) {
+    scheduler->readDatagramsAhead(source->RTPgs()->socketNum(), source->rtpPayloadFormat());
   }
   return result;
 }

@@ -21,14 +21,34 @@ void DatagramBatch::receive() {
   for (std::size_t i = 0; i < count_; ++i) lengths_[i] = messages[i].msg_len;
 }
 
+void DatagramBatch::keep() {
+  kept_.assign(slots_[next_].data(), slots_[next_].data() + lengths_[next_]);
+  keptSender_ = senders_[next_];
+}
+
 int DatagramBatch::read(unsigned char* to, std::size_t size, sockaddr_storage& from) {
+  const auto handOn = [&](const unsigned char* datagram, std::size_t length,
+                          const sockaddr_storage& sender) {
+    length = std::min(size, length);
+    memcpy(to, datagram, length);
+    from = sender;
+    return static_cast<int>(length);
+  };
   if (!pending()) receive();
-  if (!pending()) return 0;
-  const std::size_t length = std::min(size, lengths_[next_]);
-  memcpy(to, slots_[next_].data(), length);
-  from = senders_[next_];
-  ++next_;
-  return static_cast<int>(length);
+  for (; pending(); ++next_) {
+    const unsigned char* datagram = slots_[next_].data();
+    switch (admission_.judge(datagram, lengths_[next_])) {
+      case RtpAdmission::Verdict::keep:
+        keep();
+        break;
+      case RtpAdmission::Verdict::resume:
+        return handOn(kept_.data(), kept_.size(), keptSender_);
+      case RtpAdmission::Verdict::pass:
+        const std::size_t at = next_++;
+        return handOn(datagram, lengths_[at], senders_[at]);
+    }
+  }
+  return 0;
 }
 
 }  // namespace Kelvane

@@ -5,17 +5,21 @@
 
 #include <array>
 #include <cstddef>
+#include <vector>
+
+#include "RtpAdmission.h"
 
 namespace Kelvane {
 
-// Datagrams of one socket, taken from the kernel as many at a time as wait
-// there, and handed on one by one. Belongs to one thread.
+// Datagrams of one socket that receives an RTP stream, taken from the kernel as
+// many at a time as wait there, and handed on one by one without strays. Belongs
+// to one thread.
 class DatagramBatch {
  public:
-  explicit DatagramBatch(int socket) : socket_(socket) {}
+  DatagramBatch(int socket, unsigned char payloadType) : socket_(socket), admission_(payloadType) {}
 
   // The next datagram, cut to `size` bytes, and its sender: its length, 0 when
-  // none waits. Never blocks. A socket's error tells of what it has sent and
+  // there is none. Never blocks. A socket's error tells of what it has sent and
   // counts as nothing received.
   int read(unsigned char* to, std::size_t size, sockaddr_storage& from);
   // Whether a datagram is here already.
@@ -27,8 +31,12 @@ class DatagramBatch {
   using Slot = std::array<unsigned char, kLargest>;
 
   void receive();
+  void keep();
 
   int socket_;
+  RtpAdmission admission_;
+  std::vector<unsigned char> kept_;
+  sockaddr_storage keptSender_{};
   std::size_t next_ = 0, count_ = 0;
   std::array<std::size_t, kDatagrams> lengths_{};
   std::array<sockaddr_storage, kDatagrams> senders_;

@@ -84,7 +84,9 @@ bool RTPMediaProducerImpl::start() {
   rtpGroupsock_ = openUnicast(*env_, port);
   source_ = createSource(*env_, rtpGroupsock_);
   auto* scheduler = dynamic_cast<ReadAheadScheduler*>(&env_->taskScheduler());
-  if (scheduler != nullptr) scheduler->readDatagramsAhead(rtpGroupsock_->socketNum());
+  if (scheduler != nullptr) {
+    scheduler->readDatagramsAhead(rtpGroupsock_->socketNum(), source_->rtpPayloadFormat());
+  }
   LOG_DEBUG("Starting receiving unicast stream at port %d...", port);
   vSink_->startPlaying(*source_, sessionAfterPlaying, this);
   runEventLoop();

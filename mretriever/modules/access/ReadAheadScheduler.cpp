@@ -60,9 +60,9 @@ void ReadAheadScheduler::doEventLoop(EventLoopWatchVariable* watchVariable) {
   while (watchVariable == nullptr || *watchVariable == 0) SingleStep(0);
 }
 
-void ReadAheadScheduler::readDatagramsAhead(int socket) {
+void ReadAheadScheduler::readDatagramsAhead(int socket, unsigned char payloadType) {
   // Not make_unique(), which would write to all of its memory.
-  if (socket >= 0) batches_[socket].reset(new DatagramBatch(socket));
+  if (socket >= 0) batches_[socket].reset(new DatagramBatch(socket, payloadType));
 }
 
 DatagramBatch* ReadAheadScheduler::datagrams(int socket) {

@@ -41,8 +41,9 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   // Blocks read so far.
   unsigned long blocks() const { return blocks_; }
 
-  // Reads the datagrams of `socket` ahead until its handler is taken away.
-  void readDatagramsAhead(int socket);
+  // Reads the datagrams of `socket`, an RTP stream, ahead until its handler is
+  // taken away.
+  void readDatagramsAhead(int socket, unsigned char payloadType);
   // Null for a socket whose datagrams are not read ahead.
   DatagramBatch* datagrams(int socket);
 
