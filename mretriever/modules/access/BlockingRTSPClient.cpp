@@ -83,9 +83,8 @@ RTSPResult BlockingRTSPClient::setup(MediaSubsession& subsession, bool streamOut
   RTSPResult result = await([&] {
     return sendSetupCommand(subsession, onResponse, streamOutgoing, streamUsingTCP, forceMulticast);
   });
-  RTPSource* source = subsession.rtpSource();
-  if (!streamUsingTCP && scheduler != nullptr && source != nullptr) {
-    scheduler->readDatagramsAhead(source->RTPgs()->socketNum(), source->rtpPayloadFormat());
+  if (!streamUsingTCP && subsession.rtpSource() != nullptr) {
+    readDatagramsAhead(*subsession.rtpSource());
   }
   return result;
 }

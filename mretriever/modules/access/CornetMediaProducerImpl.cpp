@@ -9,6 +9,7 @@
 #include "Cfg.h"
 #include "DeviceGroupsock.h"
 #include "FailureReport.h"
+#include "ReadAheadScheduler.h"
 #include "TSSink.h"
 #include "UDPTSFramedSource.h"
 
@@ -74,8 +75,10 @@ void CornetMediaProducerImpl::openSocket() {
 
 void CornetMediaProducerImpl::openSource() {
   if (usingRTP) {
-    source_ = SimpleRTPSource::createNew(*env_, rtpGroupsock_, kPayloadTransportStream, kClock,
-                                         "video/MPEG", 0, False);
+    auto* source = SimpleRTPSource::createNew(*env_, rtpGroupsock_, kPayloadTransportStream, kClock,
+                                              "video/MPEG", 0, False);
+    readDatagramsAhead(*source);
+    source_ = source;
   } else {
     source_ = UDPTSFramedSource::createNew(*env_, rtpGroupsock_);
   }

@@ -83,10 +83,7 @@ bool RTPMediaProducerImpl::start() {
 
   rtpGroupsock_ = openUnicast(*env_, port);
   source_ = createSource(*env_, rtpGroupsock_);
-  auto* scheduler = dynamic_cast<ReadAheadScheduler*>(&env_->taskScheduler());
-  if (scheduler != nullptr) {
-    scheduler->readDatagramsAhead(rtpGroupsock_->socketNum(), source_->rtpPayloadFormat());
-  }
+  readDatagramsAhead(*source_);
   LOG_DEBUG("Starting receiving unicast stream at port %d...", port);
   vSink_->startPlaying(*source_, sessionAfterPlaying, this);
   runEventLoop();

@@ -65,6 +65,12 @@ void ReadAheadScheduler::readDatagramsAhead(int socket, unsigned char payloadTyp
   if (socket >= 0) batches_[socket].reset(new DatagramBatch(socket, payloadType));
 }
 
+void readDatagramsAhead(const RTPSource& source) {
+  auto* scheduler = dynamic_cast<ReadAheadScheduler*>(&source.envir().taskScheduler());
+  if (scheduler == nullptr) return;
+  scheduler->readDatagramsAhead(source.RTPgs()->socketNum(), source.rtpPayloadFormat());
+}
+
 DatagramBatch* ReadAheadScheduler::datagrams(int socket) {
   const auto batch = batches_.find(socket);
   return batch == batches_.end() ? nullptr : batch->second.get();

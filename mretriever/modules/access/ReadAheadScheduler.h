@@ -1,6 +1,7 @@
 #pragma once
 
 #include <BasicUsageEnvironment.hh>
+#include <RTPSource.hh>
 #include <array>
 #include <map>
 #include <memory>
@@ -82,5 +83,8 @@ class ReadAheadScheduler final : public BasicTaskScheduler {
   bool settling_ = false;   // nothing is read meanwhile
   std::array<unsigned char, 65536> block_;
 };
+
+// Of a source over UDP, where its loop can.
+void readDatagramsAhead(const RTPSource& source);
 
 }  // namespace Kelvane
