@@ -16,6 +16,7 @@ BIN = os.path.join(ROOT, "build", "bin")
 MRETRIEVER = os.path.join(BIN, "mretriever")
 CAMSIM = os.path.join(BIN, "camsim")
 BARE = os.path.join(BIN, "bare_receiver")  # requests, receives, throws away
+FLEET = os.path.join(BIN, "camera_fleet")  # plays what it has recorded to many clients
 
 
 class Cost:

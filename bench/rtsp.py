@@ -12,7 +12,7 @@ import subprocess
 import tempfile
 import time
 
-from measure import (BARE, CAMSIM, MRETRIEVER, cpu_seconds, first_frame_ms, first_output_ms,
+from measure import (BARE, CAMSIM, FLEET, MRETRIEVER, cpu_seconds, first_frame_ms, first_output_ms,
                      median_ms, pss_mb, run, start, stop, table)
 
 SECONDS = 8
@@ -32,6 +32,18 @@ class Camera:
 
     def __exit__(self, *_):
         stop(self.process)
+
+
+class Fleet(Camera):
+    """Any number of cameras of some 2 Mbit/s, with a write a picture or a packet."""
+
+    def __init__(self, writes):
+        with Camera("--width", "704", "--height", "576", "--kbps", "1750") as camera:
+            pictures = round(2 / FRAME_SECONDS)  # the clip once
+            self.process = start([FLEET, writes, camera.port, "/live", str(pictures)],
+                                 stdout=subprocess.PIPE, text=True)
+            self.port = self.process.stdout.readline().strip()
+        self.url = f"rtsp://127.0.0.1:{self.port}/live"
 
 
 def ours(camera, transport, *options):
@@ -140,22 +152,23 @@ def many():
     clients = (("mretriever", lambda camera: ours(camera, "tcp")),
                ("ffmpeg", lambda camera: ffmpeg(camera, "tcp")),
                ("gstreamer", lambda camera: gstreamer(camera, "tcp")), ("bare loop", bare))
-    with tempfile.TemporaryDirectory() as folder, Camera(
-            "--width", "704", "--height", "576", "--kbps", "1750") as camera:
-        rate = rate_of(camera, "tcp") * 8 / 1e6
-        for name, command in clients:
-            trace = os.path.join(folder, name)
-            watch = start(ours(camera, "tcp", "--trace", trace), stdout=subprocess.DEVNULL,
-                          stderr=subprocess.DEVNULL)
-            try:
-                share, memory = cpu_and_memory([command(camera)] * PROCESSES, trace)
-            finally:
-                stop(watch)
-            late, pictures = late_frames(trace)
-            rows.append([name, PROCESSES, f"{share:.3f}", f"{memory:.1f}",
-                         f"{late} of {pictures}"])
+    for writes in ("picture", "packet"):
+        with tempfile.TemporaryDirectory() as folder, Fleet(writes) as camera:
+            rate = rate_of(camera, "tcp") * 8 / 1e6
+            for name, command in clients:
+                trace = os.path.join(folder, name)
+                watch = start(ours(camera, "tcp", "--trace", trace), stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL)
+                try:
+                    share, memory = cpu_and_memory([command(camera)] * PROCESSES, trace)
+                finally:
+                    stop(watch)
+                late, pictures = late_frames(trace)
+                rows.append([writes, name, PROCESSES, f"{share:.3f}", f"{memory:.1f}",
+                             f"{late} of {pictures}"])
     table(f"Many processes of {rate:.1f} Mbit/s each, TCP",
-          ["client", "processes", "% of a core each", "PSS MB each", "late frames"], rows)
+          ["camera writes a", "client", "processes", "% of a core each", "PSS MB each",
+           "late frames"], rows)
 
 
 if __name__ == "__main__":
