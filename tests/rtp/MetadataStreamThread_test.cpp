@@ -59,11 +59,7 @@ TEST(MetadataStreamThread, WholePacketsReachTheHostBesideTheProducer) {
 }
 
 TEST(MetadataStreamThread, NoPortNoThread) {
-  TestHost host;
-  Idle without(host);
-  EXPECT_TRUE(without.init());
-  EXPECT_FALSE(without.receivesMetadata());
-  Kelvane::Cfg::insert("METADATA_PORT", "");
+  TestHost host({{"METADATA_PORT", ""}});
   Idle empty(host);
   EXPECT_TRUE(empty.init());
   EXPECT_FALSE(empty.receivesMetadata());

@@ -9,17 +9,9 @@ using Kelvane::RTPMediaProducerImpl;
 
 namespace {
 
-TestHost::Keys keysFor(const std::string& format, const std::string& port) {
-  return {{"PROTO", "RTP"}, {"MEDIA_FORMAT", format}, {"RTP_UNICAST_PORT", port}};
+TestHost::Keys keysFor(const std::string& format, int port = freeUdpPort()) {
+  return {{"PROTO", "RTP"}, {"MEDIA_FORMAT", format}, {"RTP_UNICAST_PORT", std::to_string(port)}};
 }
-
-class Producer : public RTPMediaProducerImpl {
- public:
-  using RTPMediaProducerImpl::rtpGroupsock_;
-  using RTPMediaProducerImpl::RTPMediaProducerImpl;
-  using RTPMediaProducerImpl::sessionAfterPlaying;
-  using RTPMediaProducerImpl::source_;
-};
 
 bool anyFrameHolds(TestHost& host, const std::string& bytes) {
   for (const SinkFrame& frame : host.video()->frames()) {
@@ -43,83 +35,46 @@ TEST(RTPMediaProducerImpl, ReceivesWhatARealSenderSends) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.format);
-    const std::string port = std::to_string(freeUdpPort());
+    const auto keys = keysFor(c.format);
     // Joined in mid-stream, as every receiver without signalling is.
-    const auto sender = ffmpegSender(c.encoder, false, "-f rtp rtp://127.0.0.1:" + port);
-    TestHost host(keysFor(c.format, port));
-    RTPMediaProducerImpl producer(host.audio(), host.video());
-    host.run(producer);
-    EXPECT_TRUE(host.video()->awaitFrames(12)) << sender->output();
-    EXPECT_TRUE(eventually([&] { return anyFrameHolds(host, hex(c.holds)); }));
-    EXPECT_TRUE(host.video()->codecs().empty());
-    host.stop();
-    EXPECT_TRUE(host.awaitEnd());
-    EXPECT_TRUE(host.result());
+    const auto sender =
+        ffmpegSender(c.encoder, false, "-f rtp rtp://127.0.0.1:" + keys.at("RTP_UNICAST_PORT"));
+    Reception reception(keys);
+    EXPECT_TRUE(reception.host.video()->awaitFrames(12)) << sender->output();
+    EXPECT_TRUE(eventually([&] { return anyFrameHolds(reception.host, hex(c.holds)); }));
+    EXPECT_TRUE(reception.host.video()->codecs().empty());
   }
 }
 
 TEST(RTPMediaProducerImpl, PayloadTypeAndModelDecide) {
   const struct {
     const char* model;
+    std::string header;
     const char* delivered;
   } cases[] = {
-      {"Radiant", "\1\2\3\4mpeg"},  // the payload as it stands
-      {"other", "mpeg"},            // without the header of MPEG video
+      {"Radiant", "\1\2\3\4", "\1\2\3\4mpeg"},  // the payload as it stands
+      {"other", hex("00 00 38 00"), "mpeg"},    // a slice that begins and ends here
   };
   for (const auto& c : cases) {
-    const int port = freeUdpPort();
-    auto keys = keysFor("mpeg2", std::to_string(port));
+    auto keys = keysFor("mpeg2", freeUdpPort() + 1 + 65536);  // odd, which is only warned of
     keys["CAMERAMODEL"] = c.model;
-    TestHost host(keys);
-    RTPMediaProducerImpl producer(host.audio(), host.video());
-    host.run(producer);
-    ASSERT_TRUE(awaitUdpPort(port));
-    UdpSender device(port);
-    device.send("no RTP");
-    device.send("");
-    device.send(rtp(1, "another payload type"));
-    // A slice that begins and ends here.
-    const std::string header = std::string(c.model) == "other" ? hex("00 00 38 00") : "\1\2\3\4";
-    device.send(rtp(2, header + "mpeg", 32));
-    EXPECT_TRUE(host.video()->awaitFrames(1));
-    EXPECT_EQ(host.video()->frames()[0].data, c.delivered) << c.model;
-    host.stop();
-    EXPECT_TRUE(host.awaitEnd());
-  }
-}
-
-TEST(RTPMediaProducerImpl, ReorderedPacketsAreDeliveredInOrderWithTheWallClock) {
-  const int port = freeUdpPort() + 1;  // odd, which is only warned of
-  auto keys = keysFor("mpeg2", std::to_string(port + 65536));
-  keys["CAMERAMODEL"] = "Radiant";
-  TestHost host(keys);
-  RTPMediaProducerImpl producer(host.audio(), host.video());
-  timeval before{};
-  gettimeofday(&before, nullptr);
-  host.run(producer);
-  ASSERT_TRUE(awaitUdpPort(port));
-  UdpSender device(port);
-  for (const int sequence : {1, 3, 2, 4}) device.send(rtp(sequence, std::to_string(sequence), 32));
-  ASSERT_TRUE(host.video()->awaitFrames(4));
-  std::string order;
-  for (const SinkFrame& frame : host.video()->frames()) {
-    order += frame.data;
-    EXPECT_GE(frame.tv.tv_sec, before.tv_sec);
+    Reception reception(keys);
+    const auto before = time(nullptr);
+    reception.send("no RTP");
+    reception.send("");
+    reception.send(rtp(1, "another payload type"));
+    reception.send(rtp(2, c.header + "mpeg", 32));
+    ASSERT_TRUE(reception.host.video()->awaitFrames(1));
+    const SinkFrame frame = reception.host.video()->frames()[0];
+    EXPECT_EQ(frame.data, c.delivered) << c.model;
+    EXPECT_GE(frame.tv.tv_sec, before) << "the wall clock";
     EXPECT_LE(frame.tv.tv_sec, time(nullptr));
   }
-  EXPECT_EQ(order, "1234");
-  host.stop();
-  EXPECT_TRUE(host.awaitEnd());
 }
 
 // Two strays alone would make the library hold back tens of thousands of packets.
 TEST(RTPMediaProducerImpl, StraysAreDroppedAndASenderThatBeginsAnewIsFollowed) {
-  const int port = freeUdpPort();
-  TestHost host(keysFor("h264", std::to_string(port)));
-  RTPMediaProducerImpl producer(host.audio(), host.video());
-  host.run(producer);
-  ASSERT_TRUE(awaitUdpPort(port));
-  UdpSender device(port);
+  Reception reception(keysFor("h264"));
   constexpr int kStream = 1, kStray = 2, kRestarted = 3;
   const struct {
     int sequence, source;
@@ -132,35 +87,26 @@ TEST(RTPMediaProducerImpl, StraysAreDroppedAndASenderThatBeginsAnewIsFollowed) {
       {20000, kRestarted, "i"}, {20001, kRestarted, "j"}, {20002, kRestarted, "k"},
   };
   for (const auto& packet : packets) {
-    device.send(rtp(packet.sequence, packet.payload, 96, packet.source));
+    reception.send(rtp(packet.sequence, packet.payload, 96, packet.source));
   }
   // What waits for a lost packet is looked at when the next one comes.
   int next = 20003;
   EXPECT_TRUE(eventually([&] {
-    device.send(rtp(next++, "", 96, kRestarted));
-    return host.video()->data().size() >= 11;
+    reception.send(rtp(next++, "", 96, kRestarted));
+    return reception.host.video()->data().size() >= 11;
   }));
-  host.stop();
-  EXPECT_TRUE(host.awaitEnd());
   std::string order;
-  for (const std::string& data : host.video()->data()) order += data;
+  for (const std::string& data : reception.host.video()->data()) order += data;
   EXPECT_EQ(order, "abcdefghijk");
 }
 
 TEST(RTPMediaProducerImpl, LengthsWithinAnAggregateEndWithIt) {
-  const int port = freeUdpPort();
-  TestHost host(keysFor("h264", std::to_string(port)));
-  RTPMediaProducerImpl producer(host.audio(), host.video());
-  host.run(producer);
-  ASSERT_TRUE(awaitUdpPort(port));
-  UdpSender device(port);
-  device.send(rtp(1, hex("18 00 02") + "ab" + hex("00")));  // half a length behind the unit
-  device.send(rtp(2, hex("18 00 05") + "cde"));
-  device.send(rtp(3, "ef"));
-  EXPECT_TRUE(host.video()->awaitFrames(3));
-  host.stop();
-  EXPECT_TRUE(host.awaitEnd());
-  EXPECT_THAT(host.video()->data(), testing::ElementsAre("ab", "cde", "ef"));
+  Reception reception(keysFor("h264"));
+  reception.send(rtp(1, hex("18 00 02") + "ab" + hex("00")));  // half a length behind the unit
+  reception.send(rtp(2, hex("18 00 05") + "cde"));
+  reception.send(rtp(3, "ef"));
+  EXPECT_TRUE(reception.host.video()->awaitFrames(3));
+  EXPECT_THAT(reception.host.video()->data(), testing::ElementsAre("ab", "cde", "ef"));
 }
 
 TEST(RTPMediaProducerImpl, BadConfigurationIsReported) {
@@ -170,50 +116,38 @@ TEST(RTPMediaProducerImpl, BadConfigurationIsReported) {
     producer.start();
   };
   for (const char* port : {"0", "65536", "", "none"}) {
-    EXPECT_FATAL_REPORT(start(keysFor("h264", port)),
-                        "Unknown RTP_UNICAST_PORT or not properly defined", "STREAM_LOST UNK");
+    auto keys = keysFor("h264");
+    keys["RTP_UNICAST_PORT"] = port;
+    EXPECT_FATAL_REPORT(start(keys), "Unknown RTP_UNICAST_PORT or not properly defined",
+                        "STREAM_LOST UNK");
   }
   EXPECT_FATAL_REPORT(start({{"PROTO", "RTP"}}), "Unknown RTP_UNICAST_PORT", "STREAM_LOST UNK");
-  const std::string port = std::to_string(freeUdpPort());
-  EXPECT_FATAL_REPORT(start(keysFor("vp8", port)), "CRT-5013 vp8 is not currently supported",
+  EXPECT_FATAL_REPORT(start(keysFor("vp8")), "CRT-5013 vp8 is not currently supported",
                       "STREAM_LOST UNK");
 }
 
 // Silence would be all that shows when two cameras share a port.
 TEST(RTPMediaProducerImpl, APortThatIsTakenIsReported) {
-  const int port = freeUdpPort();
-  const auto keys = keysFor("h264", std::to_string(port));
-  TestHost host(keys);
-  RTPMediaProducerImpl first(host.audio(), host.video());
-  host.run(first);
-  ASSERT_TRUE(awaitUdpPort(port));
-  RTPMediaProducerImpl second(host.audio(), host.video());
-  EXPECT_FATAL_REPORT(second.start(), "Can't bind port " + std::to_string(port), "STREAM_LOST UNK");
-  host.stop();
-  EXPECT_TRUE(host.awaitEnd());
+  const auto keys = keysFor("h264");
+  Reception first(keys);
+  RTPMediaProducerImpl second(first.host.audio(), first.host.video());
+  EXPECT_FATAL_REPORT(second.start(), "Can't bind port " + keys.at("RTP_UNICAST_PORT"),
+                      "STREAM_LOST UNK");
 }
 
-TEST(RTPMediaProducerImpl, TheEndOfPlayClosesTheSinkAndTheLoopRunsOn) {
+TEST(RTPMediaProducerImpl, TheEndOfPlayClosesTheSocketAndTheLoopRunsOn) {
+  struct Producer : RTPMediaProducerImpl {
+    using RTPMediaProducerImpl::RTPMediaProducerImpl;
+    using RTPMediaProducerImpl::sessionAfterPlaying;
+  };
   const int port = freeUdpPort();
-  TestHost host(keysFor("h264", std::to_string(port)));
+  TestHost host(keysFor("h264", port));
   Producer producer(host.audio(), host.video());
   // On the event loop's thread, as live555 would.
-  struct End {
-    TestHost& host;
-    Producer& producer;
-    static void now(void* data) {
-      auto* end = static_cast<End*>(data);
-      Producer::sessionAfterPlaying(&end->producer);
-      end->host.forgetVideo();
-    }
-  } end{host, producer};
-  host.env().taskScheduler().scheduleDelayedTask(50000, End::now, &end);
+  host.env().taskScheduler().scheduleDelayedTask(50000, Producer::sessionAfterPlaying, &producer);
   host.run(producer);
-  // The port is free again while start() has not returned.
   ASSERT_TRUE(awaitUdpPort(port));
   EXPECT_TRUE(eventually([&] { return !udpPortBound(port); }));
   host.stop();
   EXPECT_TRUE(host.awaitEnd());
-  EXPECT_EQ(producer.source_, nullptr);
-  EXPECT_EQ(producer.rtpGroupsock_, nullptr);
 }

@@ -9,7 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "support/Deadline.h"
+#include "NETMediaProducer.h"
 
 namespace testsupport {
 
@@ -47,6 +47,23 @@ bool udpPortBound(int port) {
 
 bool awaitUdpPort(int port) {
   return eventually([port] { return udpPortBound(port); });
+}
+
+Reception::Reception(const TestHost::Keys& keys)
+    : host(keys), producer_(select(host)), device_(std::stoi(keys.at("RTP_UNICAST_PORT"))) {
+  host.run(*producer_);
+  EXPECT_TRUE(awaitUdpPort(std::stoi(keys.at("RTP_UNICAST_PORT")) % 65536));
+}
+
+Reception::~Reception() {
+  host.stop();
+  EXPECT_TRUE(host.awaitEnd());
+  EXPECT_TRUE(host.result());
+}
+
+std::unique_ptr<Kelvane::NETMediaProducerImpl> select(TestHost& host) {
+  return std::unique_ptr<Kelvane::NETMediaProducerImpl>(
+      Kelvane::getMediaProducerImplementation(host.audio(), host.video(), host.metadata()));
 }
 
 std::unique_ptr<Subprocess> ffmpegSender(const std::string& coding, bool sound,

@@ -6,6 +6,7 @@
 
 #include "UniqueFd.h"
 #include "support/Subprocess.h"
+#include "support/TestHost.h"
 
 namespace testsupport {
 
@@ -22,6 +23,24 @@ class UdpSender {
 // Whether some socket of this machine is bound to the UDP port.
 bool udpPortBound(int port);
 bool awaitUdpPort(int port);
+
+// The producer that `keys` select, receiving, and a device that sends to its
+// RTP_UNICAST_PORT. The destructor stops it and looks at how it ends.
+class Reception {
+ public:
+  explicit Reception(const TestHost::Keys& keys);
+  ~Reception();
+  void send(const std::string& datagram) { device_.send(datagram); }
+
+  TestHost host;
+
+ private:
+  const std::unique_ptr<Kelvane::NETMediaProducerImpl> producer_;
+  UdpSender device_;
+};
+
+// The producer is made by the selection, which opens its library on demand.
+std::unique_ptr<Kelvane::NETMediaProducerImpl> select(TestHost& host);
 
 // ffmpeg as the device: a moving picture of 352x288 at 25 frames a second, and
 // a tone where `sound` is set, both endless and in real time. `coding` and

@@ -5,7 +5,9 @@
 #include <cstring>
 
 #include "FrameParser.h"
+#include "TSFrame.h"
 #include "TsBuilder.h"
+#include "support/TcpPeer.h"
 #include "support/TestHost.h"
 
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
@@ -13,23 +15,21 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((
 using namespace testsupport;
 using Kelvane::FrameParser;
 using Kelvane::TransportStream;
+using Kelvane::TSFrameKind;
 
 namespace {
 
-struct Got {
-  int stream;
-  std::string payload;
-};
+const std::uint8_t* raw(const std::string& bytes) {
+  return reinterpret_cast<const std::uint8_t*>(bytes.data());
+}
 
-std::vector<Got> feed(TransportStream& ts, const std::string& packets) {
-  std::vector<Got> all;
-  ts.feed(reinterpret_cast<const std::uint8_t*>(packets.data()), packets.size(),
-          [&](AVPacket& pes, AVStream& stream) {
-            EXPECT_EQ(pes.stream_index, stream.index);
-            all.push_back({stream.index, std::string(reinterpret_cast<char*>(pes.data),
-                                                     static_cast<std::size_t>(pes.size))});
-          });
-  return all;
+std::vector<std::string> feed(TransportStream& ts, const std::string& packets) {
+  std::vector<std::string> payloads;
+  ts.feed(raw(packets), packets.size(), [&](AVPacket& pes, AVStream& stream) {
+    EXPECT_EQ(pes.stream_index, stream.index);
+    payloads.emplace_back(reinterpret_cast<char*>(pes.data), static_cast<std::size_t>(pes.size));
+  });
+  return payloads;
 }
 
 // Not the resident size: a sanitizer keeps what is freed for a while.
@@ -41,27 +41,6 @@ long allocatedKb() {
 }
 
 }  // namespace
-
-TEST(TransportStream, PayloadsComeOutWholeAndInOrder) {
-  TransportStream ts;
-  TsBuilder sender;
-  const std::string small(10, 'a');
-  const std::string large(5000, 'b');
-  const std::string stream = sender.pat(256) +
-                             sender.pmt(256, {{TsBuilder::kH264, 257}, {TsBuilder::kAac, 258}}) +
-                             sender.pes(257, large) + sender.pes(258, small);
-  const auto got = feed(ts, stream + std::string(187, '\x47'));
-  ASSERT_EQ(got.size(), 2U);
-  EXPECT_EQ(got[0].payload, large);
-  EXPECT_EQ(got[1].payload, small);
-  EXPECT_NE(got[0].stream, got[1].stream);
-
-  // No length of its own: it comes out when the next begins.
-  EXPECT_TRUE(feed(ts, sender.pes(257, large, true)).empty());
-  const auto late = feed(ts, sender.pes(257, small, true));
-  ASSERT_EQ(late.size(), 1U);
-  EXPECT_EQ(late[0].payload, large);
-}
 
 TEST(TransportStream, EndlessAnnouncementsTakeBoundedMemory) {
   TransportStream ts;
@@ -87,10 +66,9 @@ TEST(TransportStream, EndlessAnnouncementsTakeBoundedMemory) {
 
   // And it still learns a stream that behaves.
   feed(ts, sender.pat(256, 1, 7) + sender.pmt(256, {{TsBuilder::kPrivate, 300}}, 1, 7));
+  const std::string large(5000, 'b');
   for (int i = 0; i < 3; ++i) {
-    const auto got = feed(ts, sender.pes(300, "kept"));
-    ASSERT_EQ(got.size(), 1U);
-    EXPECT_EQ(got[0].payload, "kept");
+    EXPECT_THAT(feed(ts, sender.pes(300, large)), testing::ElementsAre(large));
   }
 }
 
@@ -117,4 +95,47 @@ TEST(FrameParser, AFrameWithoutEndIsGivenUpAndTheNextOnesCome) {
   for (int i = 0; i < 3; ++i) parser.feed(*pes, [&](AVPacket&) { ++frames; });
   EXPECT_GE(frames, 1);
   av_packet_free(&pes);
+}
+
+TEST(TSFrame, FirstBytesTellTheKind) {
+  const struct {
+    const char* bytes;
+    TSFrameKind kind;
+  } cases[] = {
+      {"FF F0", TSFrameKind::audio},       {"FF FF 00", TSFrameKind::audio},
+      {"FF EF", TSFrameKind::metadata},    {"FF", TSFrameKind::metadata},
+      {"00 00 01", TSFrameKind::video},    {"00 00 00 01", TSFrameKind::video},
+      {"00 00 00", TSFrameKind::metadata}, {"00 00 00 00 01", TSFrameKind::metadata},
+      {"00 00 02", TSFrameKind::metadata}, {"06 0E 2B 34", TSFrameKind::metadata},
+      {"", TSFrameKind::metadata},
+  };
+  for (const auto& c : cases) {
+    const std::string frame = hex(c.bytes);
+    EXPECT_EQ(Kelvane::kindOf(raw(frame), frame.size()), c.kind) << c.bytes;
+  }
+}
+
+TEST(TSFrame, AdtsHeaderGivesTheAudioConfiguration) {
+  const struct {
+    const char* header;
+    const char* config;
+  } cases[] = {
+      // Low complexity, 44100 Hz, one channel.
+      {"FF F1 50 40 00 1F FC", "12 08"},
+      // Index 3 (48000 Hz), six channels: the channel setting's high bit stands in byte 2.
+      {"FF F1 4D 80 00 1F FC", "11 B0"},
+      // Main profile, index 11 (8000 Hz); private bit and those behind the channels do not count.
+      {"FF F9 2E 7F 00 1F FC", "0D 88"},
+  };
+  for (const auto& c : cases) {
+    const std::string header = hex(c.header);
+    const auto adts = Kelvane::parseAdts(raw(header), header.size());
+    ASSERT_TRUE(adts) << c.header;
+    const auto config = adts->config();
+    EXPECT_EQ(std::string(config.begin(), config.end()), hex(c.config)) << c.header;
+  }
+  const std::string whole = hex("FF F1 50 40 00 1F FC");
+  EXPECT_FALSE(Kelvane::parseAdts(raw(whole), whole.size() - 1));
+  const std::string noSync = hex("FF E1 50 40 00 1F FC");
+  EXPECT_FALSE(Kelvane::parseAdts(raw(noSync), noSync.size()));
 }

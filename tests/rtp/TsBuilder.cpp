@@ -48,10 +48,10 @@ std::string TsBuilder::pmt(int pmtPid, const std::vector<Stream>& streams, int p
   return section(pmtPid, table(2, program, version, rest));
 }
 
-std::string TsBuilder::pes(int pid, const std::string& payload, bool unbounded) {
+std::string TsBuilder::pes(int pid, const std::string& payload) {
   constexpr char kVideo = '\xE0';
   std::string packet{0, 0, 1, kVideo};
-  packet += be16(unbounded ? 0 : static_cast<int>(3 + payload.size()));
+  packet += be16(static_cast<int>(3 + payload.size()));
   packet += {'\x80', 0, 0};  // no time stamps
   return packets(pid, packet + payload);
 }

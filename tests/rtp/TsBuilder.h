@@ -20,9 +20,7 @@ class TsBuilder {
   // Table of one program. A new version makes a receiver look again.
   std::string pat(int pmtPid, int program = 1, int version = 0);
   std::string pmt(int pmtPid, const std::vector<Stream>& streams, int program = 1, int version = 0);
-  // One elementary packet. An unbounded one says no length of its own and ends
-  // where the next begins.
-  std::string pes(int pid, const std::string& payload, bool unbounded = false);
+  std::string pes(int pid, const std::string& payload);  // one elementary packet
 
  private:
   std::string section(int pid, const std::string& body);
