@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 
-#include <cstring>
 #include <memory>
 #include <thread>
 
@@ -14,52 +13,58 @@ using Kelvane::ReadAheadScheduler;
 
 namespace {
 
-// A connection whose near end is read ahead, a byte a call.
-struct Connection {
-  Connection() : loop(ReadAheadScheduler::createNew(10000)) {
+// Two connected sockets, of which a loop reads the near one ahead.
+struct Sockets {
+  explicit Sockets(int type) : loop(ReadAheadScheduler::createNew(10000)) {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) {
       throw std::runtime_error("socketpair failed");
     }
     near = Kelvane::UniqueFd(ends[0]);
     far = Kelvane::UniqueFd(ends[1]);
-    listen();
-    loop->readAhead(near.get());
   }
   TaskScheduler& scheduler() const { return *loop; }
-  void listen() { scheduler().setBackgroundHandling(near.get(), SOCKET_READABLE, readOne, this); }
+  void listen(TaskScheduler::BackgroundHandlerProc* handler) {
+    scheduler().setBackgroundHandling(near.get(), SOCKET_READABLE, handler, this);
+  }
   void silence() { scheduler().disableBackgroundHandling(near.get()); }
-  void sends(const std::string& text) const {
-    ASSERT_EQ(write(far.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  void sends(const std::string& data) const {
+    ASSERT_EQ(send(far.get(), data.data(), data.size(), 0), static_cast<ssize_t>(data.size()));
   }
   // Runs the loop until `done()` holds.
   template <class Done>
   bool runUntil(Done done) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!done() && std::chrono::steady_clock::now() < deadline) turn();
-    return done();
-  }
-  void turn() {
-    EventLoopWatchVariable over{0};
-    const auto end = [](void* flag) { *static_cast<EventLoopWatchVariable*>(flag) = 1; };
-    TaskToken task = scheduler().scheduleDelayedTask(1000, end, &over);
-    scheduler().doEventLoop(&over);
-    scheduler().unscheduleDelayedTask(task);
+    return eventually([&] {
+      EventLoopWatchVariable over{0};
+      const auto end = [](void* flag) { *static_cast<EventLoopWatchVariable*>(flag) = 1; };
+      TaskToken task = scheduler().scheduleDelayedTask(1000, end, &over);
+      scheduler().doEventLoop(&over);
+      scheduler().unscheduleDelayedTask(task);
+      return done();
+    });
   }
 
+  std::unique_ptr<ReadAheadScheduler> loop;
+  Kelvane::UniqueFd near, far;
+};
+
+// Reads a byte a call, up to '!'.
+struct Connection : Sockets {
+  Connection() : Sockets(SOCK_STREAM) { begin(); }
+  void begin() {
+    listen(readOne);
+    loop->readAhead(near.get());
+  }
   static void readOne(void* data, int) {
     auto* self = static_cast<Connection*>(data);
     unsigned char byte = 0;
     self->last = self->loop->read(&byte, 1);
     if (self->last == 1) self->got.push_back(static_cast<char>(byte));
-    if (self->last < 0 || byte == self->silencesAt) self->silence();
+    if (self->last < 0 || byte == '!') self->silence();
   }
 
-  std::unique_ptr<ReadAheadScheduler> loop;
-  Kelvane::UniqueFd near, far;
   std::string got;
   int last = 1;
-  unsigned char silencesAt = '!';
 };
 
 }  // namespace
@@ -83,8 +88,7 @@ TEST(ReadAhead, IsOverWhenTheHandlerGoes) {
   connection.sends("abc!old");
   ASSERT_TRUE(connection.runUntil([&] { return connection.got == "abc!"; }));
   EXPECT_FALSE(connection.loop->readsAhead(connection.near.get()));
-  connection.listen();
-  connection.loop->readAhead(connection.near.get());
+  connection.begin();
   connection.sends("new");
   ASSERT_TRUE(connection.runUntil([&] { return connection.got.size() >= 7; }));
   EXPECT_EQ(connection.got, "abc!new");
@@ -93,21 +97,17 @@ TEST(ReadAhead, IsOverWhenTheHandlerGoes) {
 TEST(ReadAhead, TimersHaveTheirTurnWithinALongBlock) {
   Connection connection;
   connection.sends(std::string(50000, 'x'));
-  std::size_t atTimer = 0;
   struct Look {
     Connection& connection;
-    std::size_t& result;
-  } look{connection, atTimer};
-  connection.scheduler().scheduleDelayedTask(
-      0,
-      [](void* data) {
-        auto* l = static_cast<Look*>(data);
-        l->result = l->connection.got.size() + 1;
-      },
-      &look);
+    std::size_t got = std::string::npos;  // not yet
+  } look{connection};
+  const auto onTimer = [](void* data) {
+    auto* now = static_cast<Look*>(data);
+    now->got = now->connection.got.size();
+  };
+  connection.scheduler().scheduleDelayedTask(0, onTimer, &look);
   ASSERT_TRUE(connection.runUntil([&] { return connection.got.size() == 50000; }));
-  EXPECT_GT(atTimer, 0U);
-  EXPECT_LT(atTimer, 50000U);
+  EXPECT_LT(look.got, 50000U);
 }
 
 // Wherever a block ends, it is known whether more of the picture is to come.
@@ -152,12 +152,13 @@ TEST(ReadAhead, InterleavedFramesSurviveAnyCut) {
         units.push_back("\x65" + std::string(static_cast<std::size_t>(i * 37 % 1400), 'x') + "e");
         stream += interleaved(0, rtp(i, units.back()));
       }
-      ScriptedCamera camera;
-      camera.afterPlay([&](PeerConnection& connection) {
+      CameraScript script;
+      script.afterPlay = [&](PeerConnection& connection) {
         for (std::size_t i = 0; i < stream.size(); i += piece) {
           connection.write(stream.substr(i, piece));
         }
-      });
+      };
+      ScriptedCamera camera(script);
       auto* scheduler = ReadAheadScheduler::createNew(10000);
       TestHost host(camera.keys(), ahead ? static_cast<TaskScheduler*>(scheduler)
                                          : BasicTaskScheduler::createNew());
@@ -181,24 +182,16 @@ TEST(ReadAhead, InterleavedFramesSurviveAnyCut) {
 // More than one batch: each datagram alone, in order, cut to the reader's room,
 // an empty one in between; none turns up behind the handler's end.
 TEST(ReadAhead, DatagramsStayApart) {
-  struct Receiver {
-    std::unique_ptr<ReadAheadScheduler> loop{ReadAheadScheduler::createNew(10000)};
-    TaskScheduler& scheduler = *loop;
-    Kelvane::UniqueFd near, far;
+  struct Receiver : Sockets {
+    using Sockets::Sockets;
     std::vector<std::string> got;
-    bool over = false;
-  } self;
-  int ends[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends), 0);
-  self.near = Kelvane::UniqueFd(ends[0]);
-  self.far = Kelvane::UniqueFd(ends[1]);
+  } self(SOCK_DGRAM);
   std::thread sender([&] {
     for (int i = 0; i < 100; ++i) {
       const std::string text = i == 50 ? "" : i == 70 ? std::string(3000, 'l') : std::to_string(i);
-      EXPECT_EQ(send(self.far.get(), text.data(), text.size(), 0),
-                static_cast<ssize_t>(text.size()));
+      self.sends(text);
     }
-    for (const char* text : {"!", "late", "later"}) send(self.far.get(), text, strlen(text), 0);
+    for (const char* text : {"!", "late", "later"}) self.sends(text);
   });
   const auto read = [](void* data, int) {
     auto* s = static_cast<Receiver*>(data);
@@ -206,22 +199,13 @@ TEST(ReadAhead, DatagramsStayApart) {
     sockaddr_storage from{};
     const int got = s->loop->datagrams(s->near.get())->read(room, sizeof room, from);
     s->got.emplace_back(reinterpret_cast<char*>(room), static_cast<std::size_t>(got));
-    if (s->got.back() != "!") return;
-    s->scheduler.disableBackgroundHandling(s->near.get());
-    s->over = true;
+    if (s->got.back() == "!") s->silence();
   };
-  self.scheduler.setBackgroundHandling(self.near.get(), SOCKET_READABLE, read, &self);
+  self.listen(read);
   self.loop->readDatagramsAhead(self.near.get(), 96);
-  EventLoopWatchVariable end{0};
-  const auto stop = [](void* flag) { *static_cast<EventLoopWatchVariable*>(flag) = 1; };
-  for (int turn = 0; turn < 2000 && !self.over; ++turn) {
-    end = 0;
-    TaskToken task = self.scheduler.scheduleDelayedTask(5000, stop, &end);
-    self.scheduler.doEventLoop(&end);
-    self.scheduler.unscheduleDelayedTask(task);
-  }
+  const bool over = self.runUntil([&] { return !self.got.empty() && self.got.back() == "!"; });
   sender.join();
-  ASSERT_TRUE(self.over);
+  ASSERT_TRUE(over);
   ASSERT_EQ(self.got.size(), 101U);
   for (std::size_t i = 0; i < 100; ++i) {
     EXPECT_EQ(self.got[i], i == 50 ? "" : i == 70 ? std::string(1500, 'l') : std::to_string(i));

@@ -7,14 +7,6 @@ using testing::HasSubstr;
 
 namespace {
 
-struct Stream {
-  const char* video;
-  const char* audio;
-  const char* overTcp;
-  const char* videoCodec;
-  const char* audioCodec;
-};
-
 double secondsOf(const timeval& tv) {
   return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6;
 }
@@ -25,48 +17,43 @@ double now() {
   return secondsOf(tv);
 }
 
-void PrintTo(const Stream& each, std::ostream* out) {
-  *out << each.video;
-}
-
 }  // namespace
 
-class RtspCamera : public testing::TestWithParam<Stream> {};
-
-TEST_P(RtspCamera, VideoAudioAndMetadataArrive) {
-  const Stream& c = GetParam();
-  CameraProcess camera(camsimRtsp({"--video", c.video, "--audio", c.audio, "--metadata"}));
-  auto keys = camera.keys(c.overTcp);
-  keys["AUDIO"] = "on";
-  keys["VAE_ACTIVE"] = "yes";
-  keys["VAE_EDVA_ACTIVE"] = "yes";
-  Receiver receiver(keys);
-  ASSERT_TRUE(receiver.host.video()->awaitFrames(20));
-  ASSERT_TRUE(receiver.host.audio()->awaitFrames(10));
-  ASSERT_TRUE(eventually([&] { return receiver.host.intake().size() >= 2; }));
-  EXPECT_THAT(receiver.host.video()->codecs(), ElementsAre(c.videoCodec));
-  EXPECT_THAT(receiver.host.audio()->codecs(), ElementsAre(c.audioCodec));
-  EXPECT_THAT(receiver.host.intake()[0].data, testing::StartsWith("<object id="));
-  EXPECT_TRUE(receiver.stop());
+TEST(RtspCamera, VideoAudioAndMetadataArrive) {
+  const struct {
+    const char *video, *audio, *overTcp, *videoCodec, *audioCodec;
+  } cases[] = {{"h264", "aac", "on", "H264", "MPEG4-GENERIC"},
+               {"mpeg4", "pcma", "on", "MP4V-ES", "PCMA"},
+               {"mjpg", "aac", "off", "JPEG", "MPEG4-GENERIC"},
+               {"mpeg2", "pcmu", "on", "MPV", "PCMU"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.video);
+    SimulatedDevice camera(camsimRtsp({"--video", c.video, "--audio", c.audio, "--metadata"}),
+                           kReady);
+    auto keys = rtspKeys(camera.port, c.overTcp);
+    keys.insert({{"AUDIO", "on"}, {"VAE_ACTIVE", "yes"}, {"VAE_EDVA_ACTIVE", "yes"}});
+    Receiver receiver(keys);
+    ASSERT_TRUE(receiver.host.video()->awaitFrames(20));
+    ASSERT_TRUE(receiver.host.audio()->awaitFrames(10));
+    ASSERT_TRUE(eventually([&] { return receiver.host.intake().size() >= 2; }));
+    EXPECT_THAT(receiver.host.video()->codecs(), ElementsAre(c.videoCodec));
+    EXPECT_THAT(receiver.host.audio()->codecs(), ElementsAre(c.audioCodec));
+    EXPECT_THAT(receiver.host.intake()[0].data, testing::StartsWith("<object id="));
+    EXPECT_TRUE(receiver.stop());
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Formats, RtspCamera,
-                         testing::Values(Stream{"h264", "aac", "on", "H264", "MPEG4-GENERIC"},
-                                         Stream{"mpeg4", "pcma", "on", "MP4V-ES", "PCMA"},
-                                         Stream{"mjpg", "aac", "off", "JPEG", "MPEG4-GENERIC"},
-                                         Stream{"mpeg2", "pcmu", "on", "MPV", "PCMU"}));
 
 TEST(RtspLogin, DigestAndBasicAreAnswered) {
   for (const char* scheme : {"digest", "basic"}) {
     SCOPED_TRACE(scheme);
     std::vector<std::string> options{"--user", "operator", "--password", "secret"};
     if (std::string(scheme) == "basic") options.emplace_back("--basic");
-    CameraProcess camera(camsimRtsp(options));
+    SimulatedDevice camera(camsimRtsp(options), kReady);
     {
-      Receiver receiver(camera.keys("on"));
+      Receiver receiver(rtspKeys(camera.port, "on"));
       EXPECT_TRUE(receiver.host.video()->awaitFrames(3));
     }
-    auto keys = camera.keys("on");
+    auto keys = rtspKeys(camera.port, "on");
     keys["PASSWD"] = "wrong";
     TestHost host(keys);
     EXPECT_LEAVES(receive(host), 0, HasSubstr("/live\": 401 Unauthorized"));
@@ -76,9 +63,10 @@ TEST(RtspLogin, DigestAndBasicAreAnswered) {
 // With RTP_TIME the frames carry the camera's clock, moved by the difference
 // that was measured first; a jump of the clock is noticed and made good.
 TEST(RtspClock, AnOffsetAndAJumpOfTheCamerasClockAreTakenOut) {
-  CameraProcess camera(camsimRtsp(
-      {"--clock-offset", "-3600", "--clock-jump", "120", "--clock-jump-after", "2", "--gop", "5"}));
-  auto keys = camera.keys("on");
+  SimulatedDevice camera(camsimRtsp({"--clock-offset", "-3600", "--clock-jump", "120",
+                                     "--clock-jump-after", "2", "--gop", "5"}),
+                         kReady);
+  auto keys = rtspKeys(camera.port, "on");
   keys["RTP_TIME"] = "on";
   // Arrival against stamp: how far the stamps are from the wall clock.
   std::mutex mutex;
@@ -112,14 +100,14 @@ TEST(RtspClock, AnOffsetAndAJumpOfTheCamerasClockAreTakenOut) {
 TEST(RtspOtherServer, IsReceivedOverBothTransports) {
   for (const char* overTcp : {"on", "off"}) {
     SCOPED_TRACE(overTcp);
-    CameraProcess camera(
-        {MRETRIEVER_BIN_DIR "/gst_rtsp_camera",
-         "( videotestsrc is-live=true ! video/x-raw,width=176,height=144,framerate=25/1 "
+    SimulatedDevice camera(
+        {"( videotestsrc is-live=true ! video/x-raw,width=176,height=144,framerate=25/1 "
          "! x264enc tune=zerolatency key-int-max=10 ! rtph264pay name=pay0 pt=96 "
          "audiotestsrc is-live=true ! audio/x-raw,rate=8000,channels=1 ! mulawenc "
          "! rtppcmupay name=pay1 pt=0 )",
-         "operator", "secret"});
-    auto keys = camera.keys(overTcp);
+         "operator", "secret"},
+        kReady, "gst_rtsp_camera");
+    auto keys = rtspKeys(camera.port, overTcp);
     keys["AUDIO"] = "on";
     Receiver receiver(keys);
     ASSERT_TRUE(receiver.host.video()->awaitFrames(20));

@@ -7,95 +7,83 @@ using testing::Not;
 
 namespace {
 
-struct Failure {
-  void (*arrange)(ScriptedCamera& camera);
-  int status;
-  const char* text;   // empty: the process says nothing of a failure
-  const char* state;  // empty: none is set
-};
-
-ScriptedCamera::Answer refusal(const char* status) {
-  return [status](const RtspRequest& request) { return ScriptedCamera::reply(request, status); };
+CameraScript describing(const std::string& mediaLines) {
+  CameraScript script;
+  script.mediaLines = mediaLines;
+  return script;
 }
-
-const Failure kFailures[] = {
-    {[](ScriptedCamera& c) { c.answers("DESCRIBE", refusal("404 Not Found")); }, 0,
-     "/live\": 404 Not Found", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) {
-       c.answers("DESCRIBE", [](const RtspRequest& request) {
-         return ScriptedCamera::reply(request, "401 Unauthorized",
-                                      "WWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\n");
-       });
-     },
-     0, "CRT-5015 Failed to get a SDP description from URL \"rtsp://127.0.0.1:", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) { c.closesAt("DESCRIBE"); }, 0,
-     "CRT-5015 Failed to get a SDP description from URL", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) {
-       c.describes(kH264Lines + std::string("a=x:") + std::string(3000000, 'y') + "\r\n");
-     },
-     0, "CRT-5015 Failed to get a SDP description from URL", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) {
-       c.answers("DESCRIBE", [](const RtspRequest& request) {
-         return ScriptedCamera::reply(request, "200 OK", "", "v=0\r\nthis is no description\r\n");
-       });
-     },
-     0,
-     "CRT-5016 Failed to create a MediaSession object from the SDP description: ", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) { c.describes(""); }, 0,
-     "CRT-5017 This session has no media subsessions (i.e., \"m=\" lines)", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) {
-       c.describes("m=application 0 RTP/AVP 96\r\na=rtpmap:96 ONVIF/90000\r\na=control:track1\r\n");
-     },
-     0, "returning a SDP description", ""},
-    {[](ScriptedCamera& c) {
-       c.describes("m=video 0 RTP/AVP 96\r\na=rtpmap:96 NOTHING/90000\r\na=control:track1\r\n");
-     },
-     1, "CRT-5019 Unable to create receiver for \"video/NOTHING\" subsession: ", "STREAM_LOST UNK"},
-    {[](ScriptedCamera& c) {
-       c.describes("m=video 0 RTP/AVP 96\r\na=rtpmap:96 H265/90000\r\na=control:track1\r\n");
-     },
-     1, "CRT-5022 Codec: \"H265\" is not implemented", "STREAM_LOST UNK"},
-    {[](ScriptedCamera& c) { c.describes("m=audio 0 RTP/AVP 0\r\na=control:track1\r\n"); }, 0,
-     "AUDIO is disabled", ""},
-    {[](ScriptedCamera& c) { c.answers("SETUP", refusal("453 Not Enough Bandwidth")); }, 1,
-     "CRT-5023 Failed to setup \"video/H264\" subsession: 453 Not Enough Bandwidth",
-     "STREAM_LOST UNK"},
-    {[](ScriptedCamera& c) { c.closesAt("SETUP"); }, 1,
-     "CRT-5023 Failed to setup \"video/H264\" subsession: ", "STREAM_LOST UNK"},
-    {[](ScriptedCamera& c) { c.answers("PLAY", refusal("500 Internal Error")); }, 0,
-     "CRT-5018 Failed to start playing session: 500 Internal Error", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) { c.closesAt("PLAY"); }, 0,
-     "CRT-5018 Failed to start playing session: ", "UNKNOWN UNK"},
-    {[](ScriptedCamera& c) {
-       c.afterPlay([](PeerConnection& connection) {
-         connection.write(interleaved(0, rtp(1,
-                                             "\x65"
-                                             "frame")));
-         connection.close();
-       });
-     },
-     0, "CRT-5003 Error to read from socket. Seems server closed connection",
-     "STREAM_LOST DEV_CLOSED_SOCKET"},
-    {[](ScriptedCamera& c) {
-       c.afterPlay([](PeerConnection& connection) {
-         connection.write(interleaved(0, rtp(1, std::string(1000, 'x'))).substr(0, 300));
-         connection.reset();
-       });
-     },
-     0, "CRT-5003 Error to read from socket. Seems server closed connection",
-     "STREAM_LOST DEV_CLOSED_SOCKET"},
-};
+CameraScript answering(const char* method, const char* status, const char* headers = "",
+                       const char* body = "") {
+  CameraScript script;
+  script.answers[method] = [=](const RtspRequest& request) {
+    return reply(request, status, headers, body);
+  };
+  return script;
+}
+CameraScript closingAt(const char* method) {
+  CameraScript script;
+  script.closesAt = method;
+  return script;
+}
+// Sends so much of a packet and leaves.
+CameraScript leaving(std::size_t bytes, void (PeerConnection::*leave)()) {
+  CameraScript script;
+  script.afterPlay = [=](PeerConnection& connection) {
+    connection.write(interleaved(0, rtp(1, std::string(1000, 'x'))).substr(0, bytes));
+    (connection.*leave)();
+  };
+  return script;
+}
+std::string codec(const std::string& medium, const std::string& name) {
+  return "m=" + medium + " 0 RTP/AVP 96\r\na=rtpmap:96 " + name + "/90000\r\na=control:track1\r\n";
+}
 
 }  // namespace
 
 TEST(RtspFailure, HasItsTextStateAndStatus) {
-  for (const Failure& c : kFailures) {
+  const std::string noDescription = "CRT-5015 Failed to get a SDP description from URL \"rtsp://";
+  const std::string noSetup = "CRT-5023 Failed to setup \"video/H264\" subsession: ";
+  const std::string noPlay = "CRT-5018 Failed to start playing session: ";
+  const std::string closed = "CRT-5003 Error to read from socket. Seems server closed connection";
+  const std::string unknown = "UNKNOWN UNK";
+  const std::string lost = "STREAM_LOST UNK";
+  const std::string gone = "STREAM_LOST DEV_CLOSED_SOCKET";
+  const struct {
+    CameraScript script;
+    int status;
+    std::string text;
+    std::string state;  // empty: none is set
+  } cases[] = {
+      {answering("DESCRIBE", "404 Not Found"), 0, "/live\": 404 Not Found", unknown},
+      {answering("DESCRIBE", "401 Unauthorized",
+                 "WWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\n"),
+       0, noDescription, unknown},
+      {closingAt("DESCRIBE"), 0, noDescription, unknown},
+      {describing(kH264Lines + ("a=x:" + std::string(3000000, 'y')) + "\r\n"), 0, noDescription,
+       unknown},
+      {answering("DESCRIBE", "200 OK", "", "v=0\r\nthis is no description\r\n"), 0,
+       "CRT-5016 Failed to create a MediaSession object from the SDP description: ", unknown},
+      {describing(""), 0, "CRT-5017 This session has no media subsessions (i.e., \"m=\" lines)",
+       unknown},
+      {describing(codec("application", "ONVIF")), 0, "returning a SDP description", ""},
+      {describing(codec("video", "NOTHING")), 1,
+       "CRT-5019 Unable to create receiver for \"video/NOTHING\" subsession: ", lost},
+      {describing(codec("video", "H265")), 1, "CRT-5022 Codec: \"H265\" is not implemented", lost},
+      {describing(codec("audio", "PCMU")), 0, "AUDIO is disabled", ""},
+      {answering("SETUP", "453 Not Enough Bandwidth"), 1, noSetup + "453 Not Enough Bandwidth",
+       lost},
+      {closingAt("SETUP"), 1, noSetup, lost},
+      {answering("PLAY", "500 Internal Error"), 0, noPlay + "500 Internal Error", unknown},
+      {closingAt("PLAY"), 0, noPlay, unknown},
+      {leaving(2000, &PeerConnection::close), 0, closed, gone},
+      {leaving(300, &PeerConnection::reset), 0, closed, gone},
+  };
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
-    ScriptedCamera camera;
-    c.arrange(camera);
+    ScriptedCamera camera(c.script);
     TestHost host(camera.keys());
     testing::Matcher<const std::string&> state = Not(HasSubstr("state "));
-    if (*c.state != '\0') state = HasSubstr(std::string("state ") + c.state);
+    if (!c.state.empty()) state = HasSubstr("state " + c.state);
     EXPECT_LEAVES(receive(host), c.status, AllOf(HasSubstr(c.text), state));
   }
 }

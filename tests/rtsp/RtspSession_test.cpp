@@ -37,9 +37,8 @@ TEST(RtspSession, ModelsAndTransportWordsHaveTheirHeaders) {
   };
   for (const auto& c : cases) {
     ScriptedCamera camera;
-    auto keys = camera.keys();
+    auto keys = camera.keys(c.overTcp);
     keys["CAMERAMODEL"] = c.model;
-    keys["RTP_OVER_TCP"] = c.overTcp;
     Receiver receiver(keys, c.mode);
     ASSERT_TRUE(camera.awaitRequest("SETUP"));
     EXPECT_THAT(camera.requests()[c.request].header(c.header), testing::StartsWith(c.value));
@@ -61,11 +60,15 @@ TEST(RtspSession, ThrowsInTheSinkWithoutTheTransportKey) {
 
 // A camera that never answers: the host's stop must not wait for it.
 TEST(RtspSession, TheStopFlagEndsTheWaitForAMuteCamera) {
-  for (const char* method : {"DESCRIBE", "SETUP", "PLAY"}) {
+  for (const char* method : {"DESCRIBE", "SETUP", "PLAY", "GET_PARAMETER"}) {
     SCOPED_TRACE(method);
-    ScriptedCamera camera;
-    camera.answers(method, [](const RtspRequest&) { return ""; });
-    Receiver receiver(camera.keys());
+    CameraScript script;
+    script.sessionWords = ";timeout=1";
+    script.answers[method] = [](const RtspRequest&) { return ""; };
+    ScriptedCamera camera(script);
+    auto keys = camera.keys("off");
+    keys["RTSP_KEEPALIVE"] = "on";
+    Receiver receiver(keys);
     ASSERT_TRUE(camera.awaitRequest(method));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(receiver.stop());
@@ -75,55 +78,29 @@ TEST(RtspSession, TheStopFlagEndsTheWaitForAMuteCamera) {
   }
 }
 
-namespace {
-
-std::string setupWithTimeout(const RtspRequest& request) {
-  std::string transport = request.header("Transport");
-  if (transport.find("TCP") == std::string::npos) transport += ";server_port=40000-40001";
-  return ScriptedCamera::reply(request, "200 OK",
-                               "Session: 12345678;timeout=1\r\nTransport: " + transport + "\r\n");
-}
-
-}  // namespace
-
 TEST(RtspKeepAlive, RunsOverUdpWhenAskedForAndPossible) {
   const struct {
-    const char *key, *overTcp;
-    bool namesTimeout, expected;
-  } cases[] = {{"on", "off", true, true},
-               {"off", "off", true, false},
-               {"on", "on", true, false},
-               {"on", "off", false, false}};
+    const char *key, *overTcp, *sessionWords;
+    bool expected;
+  } cases[] = {{"on", "off", ";timeout=1", true},
+               {"off", "off", ";timeout=1", false},
+               {"on", "on", ";timeout=1", false},
+               {"on", "off", "", false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.key) + c.overTcp);
-    ScriptedCamera camera;
-    if (c.namesTimeout) camera.answers("SETUP", setupWithTimeout);
-    auto keys = camera.keys();
-    keys["RTP_OVER_TCP"] = c.overTcp;
+    CameraScript script;
+    script.sessionWords = c.sessionWords;
+    ScriptedCamera camera(script);
+    auto keys = camera.keys(c.overTcp);
     keys["RTSP_KEEPALIVE"] = c.key;
     Receiver receiver(keys);
     ASSERT_TRUE(camera.awaitRequest("PLAY"));
-    const auto count = [&] {
+    const auto comesAgain = [&] {
       const auto methods = camera.methods();
-      return std::count(methods.begin(), methods.end(), "GET_PARAMETER");
+      return std::count(methods.begin(), methods.end(), "GET_PARAMETER") >= 2;
     };
-    if (c.expected) {
-      EXPECT_TRUE(eventually([&] { return count() >= 2; }));
-    } else {
-      EXPECT_FALSE(eventually([&] { return count() > 0; }, std::chrono::milliseconds(1100)));
-    }
+    EXPECT_EQ(eventually(comesAgain, std::chrono::milliseconds(c.expected ? 20000 : 1100)),
+              c.expected);
     EXPECT_TRUE(receiver.stop());
   }
-}
-
-TEST(RtspKeepAliveWait, TheStopFlagEndsItForAMuteCamera) {
-  ScriptedCamera camera;
-  camera.answers("SETUP", setupWithTimeout);
-  camera.answers("GET_PARAMETER", [](const RtspRequest&) { return ""; });
-  auto keys = camera.keys();
-  keys["RTP_OVER_TCP"] = "off";
-  keys["RTSP_KEEPALIVE"] = "on";
-  Receiver receiver(keys);
-  ASSERT_TRUE(camera.awaitRequest("GET_PARAMETER"));
-  EXPECT_TRUE(receiver.stop());
 }

@@ -14,15 +14,20 @@ std::string fmtp(const std::string& codec, const std::string& parameters) {
 }
 
 // Three RTP packets of one unit each over TCP.
-ScriptedCamera::AfterPlay sends(const std::string& unit) {
-  return [unit](PeerConnection& connection) {
-    for (int i = 1; i <= 3; ++i) {
-      connection.write(interleaved(0, rtp(i, unit + std::to_string(i))));
-    }
-  };
+void send(PeerConnection& connection, const std::string& unit) {
+  for (int i = 1; i <= 3; ++i) {
+    connection.write(interleaved(0, rtp(i, unit + std::to_string(i))));
+  }
 }
 const std::string kSlice = hex("65 88 84");
 const std::string kVop = hex("00 00 01 B6");
+
+const char kThreeMedia[] =
+    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n"
+    "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 MPEG4-GENERIC/48000/1\r\n"
+    "a=fmtp:97 mode=AAC-hbr;config=1188;sizelength=13;indexlength=3;indexdeltalength=3\r\n"
+    "a=control:track2\r\n"
+    "m=metadata 0 RTP/AVP 98\r\na=rtpmap:98 METADATA/90000\r\na=control:track3\r\n";
 
 }  // namespace
 
@@ -44,10 +49,11 @@ TEST(RtspStreams, TheFirstFrameIsTheCodecConfigurationOfTheDescription) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.parameters) + c.model);
-    ScriptedCamera camera;
-    camera.describes(fmtp(c.codec, c.parameters));
     const std::string unit = c.codec == std::string("H264") ? kSlice : kVop;
-    camera.afterPlay(sends(unit));
+    CameraScript script;
+    script.mediaLines = fmtp(c.codec, c.parameters);
+    script.afterPlay = [&](PeerConnection& connection) { send(connection, unit); };
+    ScriptedCamera camera(script);
     auto keys = camera.keys();
     keys["CAMERAMODEL"] = c.model;
     Receiver receiver(keys);
@@ -63,8 +69,8 @@ TEST(RtspStreams, TheFirstFrameIsTheCodecConfigurationOfTheDescription) {
 
 // What stands between the frames of the connection is no reason to lose step.
 TEST(RtspStreams, GarbageBetweenInterleavedFramesIsPassedOver) {
-  ScriptedCamera camera;
-  camera.afterPlay([](PeerConnection& connection) {
+  CameraScript script;
+  script.afterPlay = [](PeerConnection& connection) {
     connection.write(interleaved(0, rtp(1, hex("65 01"))));
     connection.write("garbage\r\n" + bytes({0, 255, 254}) + bytes({'$', 77}));
     connection.write(interleaved(0, ""));
@@ -72,7 +78,8 @@ TEST(RtspStreams, GarbageBetweenInterleavedFramesIsPassedOver) {
     connection.write(interleaved(9, rtp(2, "of no stream")));
     connection.write(interleaved(0, rtp(2, hex("65 02"))));
     connection.write(interleaved(0, rtp(3, hex("65 03"))));
-  });
+  };
+  ScriptedCamera camera(script);
   Receiver receiver(camera.keys());
   ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
   EXPECT_EQ(receiver.host.video()->frames().back().data, hex("65 03"));
@@ -80,51 +87,35 @@ TEST(RtspStreams, GarbageBetweenInterleavedFramesIsPassedOver) {
 
 // The one sink of a medium is closed once, however many streams claim it.
 TEST(RtspStreams, TwoVideoStreamsInOneDescription) {
-  ScriptedCamera camera;
-  camera.describes(std::string(kH264Lines) +
-                   "m=video 0 RTP/AVP 97\r\na=rtpmap:97 H264/90000\r\na=control:track2\r\n");
-  camera.afterPlay(sends(kSlice));
+  CameraScript script;
+  script.mediaLines += "m=video 0 RTP/AVP 97\r\na=rtpmap:97 H264/90000\r\na=control:track2\r\n";
+  script.afterPlay = [](PeerConnection& connection) { send(connection, kSlice); };
+  ScriptedCamera camera(script);
   Receiver receiver(camera.keys());
   ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
   EXPECT_THAT(camera.methods(), ElementsAre("DESCRIBE", "SETUP", "SETUP", "PLAY"));
   EXPECT_TRUE(receiver.stop());
 }
 
-namespace {
-
-const char kThreeMedia[] =
-    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n"
-    "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 MPEG4-GENERIC/48000/1\r\n"
-    "a=fmtp:97 mode=AAC-hbr;config=1188;sizelength=13;indexlength=3;indexdeltalength=3\r\n"
-    "a=control:track2\r\n"
-    "m=metadata 0 RTP/AVP 98\r\na=rtpmap:98 METADATA/90000\r\na=control:track3\r\n";
-
-}  // namespace
-
-TEST(RtspStreams, AudioAndMetadataNeedTheirKeys) {
-  ScriptedCamera camera;
-  camera.describes(kThreeMedia);
-  camera.afterPlay(sends(kSlice));
-  Receiver receiver(camera.keys());
-  ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
-  EXPECT_THAT(receiver.host.video()->codecs(), ElementsAre("H264"));
-  EXPECT_THAT(receiver.host.audio()->codecs(), IsEmpty());
-  EXPECT_THAT(receiver.host.metadata()->codecs(), IsEmpty());
-}
-
-TEST(RtspStreams, AudioAndMetadataReachTheirSinks) {
-  ScriptedCamera camera;
-  camera.describes(kThreeMedia);
-  camera.afterPlay([](PeerConnection& connection) {
-    sends(kSlice)(connection);
+TEST(RtspStreams, AudioAndMetadataReachTheirSinksWhereTheirKeysAreSet) {
+  CameraScript script;
+  script.mediaLines = kThreeMedia;
+  script.afterPlay = [](PeerConnection& connection) {
+    send(connection, kSlice);
     // One AU header of 16 bits: size 3, index 0.
     connection.write(interleaved(2, rtp(1, hex("00 10 00 18") + "aac", 97, 2)));
     connection.write(interleaved(4, rtp(1, "<object/>", 98, 3)));
-  });
+  };
+  ScriptedCamera camera(script);
   auto keys = camera.keys();
-  keys["AUDIO"] = "on";
-  keys["VAE_ACTIVE"] = "yes";
-  keys["VAE_EDVA_ACTIVE"] = "yes";
+  {
+    Receiver receiver(keys);
+    ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
+    EXPECT_THAT(receiver.host.video()->codecs(), ElementsAre("H264"));
+    EXPECT_THAT(receiver.host.audio()->codecs(), IsEmpty());
+    EXPECT_THAT(receiver.host.initialised(), IsEmpty());
+  }
+  keys.insert({{"AUDIO", "on"}, {"VAE_ACTIVE", "yes"}, {"VAE_EDVA_ACTIVE", "yes"}});
   Receiver receiver(keys);
   ASSERT_TRUE(receiver.host.audio()->awaitFrames(1));
   EXPECT_THAT(receiver.host.audio()->codecs(), ElementsAre("MPEG4-GENERIC"));
@@ -139,16 +130,17 @@ TEST(RtspStreams, AudioAndMetadataReachTheirSinks) {
 // A BYE ends its own stream; the last one ends the process. One of a source
 // that has sent nothing does not count.
 TEST(RtspStreams, ByeOnEveryStreamEndsTheProcessWithZero) {
-  ScriptedCamera camera;
-  camera.describes(kThreeMedia);
-  camera.afterPlay([](PeerConnection& connection) {
+  CameraScript script;
+  script.mediaLines = kThreeMedia;
+  script.afterPlay = [](PeerConnection& connection) {
     connection.write(interleaved(0, rtp(1, hex("65 01"))));
     connection.write(interleaved(2, rtp(1, hex("00 10 00 18") + "aac", 97, 2)));
     connection.write(interleaved(1, rtcpBye(9)));
     connection.write(interleaved(3, rtcpBye(2)));
     connection.write(interleaved(0, rtp(2, hex("65 02"))));
     connection.write(interleaved(1, rtcpBye(1)));
-  });
+  };
+  ScriptedCamera camera(script);
   auto keys = camera.keys();
   keys["AUDIO"] = "on";
   TestHost host(keys);

@@ -1,10 +1,10 @@
 #include "RtspSupport.h"
 
-#include <cstring>
+#include <algorithm>
+
+#include "DeviceConnection.h"
 
 namespace testsupport {
-
-const char kH264Lines[] = "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n";
 
 std::string RtspRequest::header(const std::string& name) const {
   const std::size_t at = text.find("\r\n" + name + ": ");
@@ -13,48 +13,26 @@ std::string RtspRequest::header(const std::string& name) const {
   return text.substr(begin, text.find("\r\n", begin) - begin);
 }
 
-ScriptedCamera::ScriptedCamera() : script_{kH264Lines, {}, "", nullptr} {
-  thread_ = std::thread([this] { serve(); });
+ScriptedCamera::ScriptedCamera(CameraScript script) : script_(std::move(script)) {
+  thread_ = std::thread([this] {
+    while (!done_) serve(peer_.accept());
+  });
 }
 
 ScriptedCamera::~ScriptedCamera() {
   done_ = true;
-  // Wakes the accept().
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(static_cast<uint16_t>(peer_.port()));
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to);
+  const auto wakesTheAccept = Kelvane::connectToDevice("127.0.0.1", peer_.port());
   thread_.join();
-  close(fd);
 }
 
-void ScriptedCamera::describes(const std::string& mediaLines) {
-  std::lock_guard<std::mutex> held(mutex_);
-  script_.mediaLines = mediaLines;
+TestHost::Keys rtspKeys(const std::string& port, const std::string& overTcp) {
+  return {{"PROTO", "RTSP"},        {"DEVIP", "127.0.0.1"},  {"RTSP_PORT", port},
+          {"RTSP_URL", "/live"},    {"USRNAME", "operator"}, {"PASSWD", "secret"},
+          {"RTP_OVER_TCP", overTcp}};
 }
 
-void ScriptedCamera::answers(const std::string& method, Answer answer) {
-  std::lock_guard<std::mutex> held(mutex_);
-  script_.answers[method] = std::move(answer);
-}
-
-void ScriptedCamera::closesAt(const std::string& method) {
-  std::lock_guard<std::mutex> held(mutex_);
-  script_.closesAt = method;
-}
-
-void ScriptedCamera::afterPlay(AfterPlay call) {
-  std::lock_guard<std::mutex> held(mutex_);
-  script_.afterPlay = std::move(call);
-}
-
-TestHost::Keys ScriptedCamera::keys() const {
-  return {{"PROTO", "RTSP"},       {"DEVIP", "127.0.0.1"},
-          {"RTSP_URL", "/live"},   {"RTSP_PORT", std::to_string(peer_.port())},
-          {"USRNAME", "operator"}, {"PASSWD", "secret"},
-          {"RTP_OVER_TCP", "on"}};
+TestHost::Keys ScriptedCamera::keys(const std::string& overTcp) const {
+  return rtspKeys(std::to_string(peer_.port()), overTcp);
 }
 
 std::string ScriptedCamera::url() const {
@@ -74,15 +52,13 @@ std::vector<std::string> ScriptedCamera::methods() {
 
 bool ScriptedCamera::awaitRequest(const std::string& method) {
   return eventually([&] {
-    for (const std::string& name : methods()) {
-      if (name == method) return true;
-    }
-    return false;
+    const auto names = methods();
+    return std::find(names.begin(), names.end(), method) != names.end();
   });
 }
 
-std::string ScriptedCamera::reply(const RtspRequest& request, const std::string& status,
-                                  const std::string& headers, const std::string& body) {
+std::string reply(const RtspRequest& request, const std::string& status, const std::string& headers,
+                  const std::string& body) {
   std::string text =
       "RTSP/1.0 " + status + "\r\nCSeq: " + request.header("CSeq") + "\r\n" + headers;
   if (!body.empty()) {
@@ -92,57 +68,43 @@ std::string ScriptedCamera::reply(const RtspRequest& request, const std::string&
   return text + "\r\n" + body;
 }
 
-std::string ScriptedCamera::answerTo(const RtspRequest& request, const Script& script) const {
-  const auto scripted = script.answers.find(request.method);
-  if (scripted != script.answers.end()) return scripted->second(request);
+std::string ScriptedCamera::answerTo(const RtspRequest& request) const {
+  const auto scripted = script_.answers.find(request.method);
+  if (scripted != script_.answers.end()) return scripted->second(request);
   if (request.method == "DESCRIBE") {
     return reply(request, "200 OK", "Content-Base: " + url() + "/\r\n",
-                 "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=camera\r\nt=0 0\r\n" + script.mediaLines);
+                 "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=camera\r\nt=0 0\r\n" + script_.mediaLines);
   }
   if (request.method == "SETUP") {
     std::string transport = request.header("Transport");
     if (transport.find("TCP") == std::string::npos) transport += ";server_port=40000-40001";
-    return reply(request, "200 OK", "Session: 12345678\r\nTransport: " + transport + "\r\n");
+    return reply(
+        request, "200 OK",
+        "Session: 12345678" + script_.sessionWords + "\r\nTransport: " + transport + "\r\n");
   }
   return reply(request);
 }
 
-void ScriptedCamera::serve() {
-  for (;;) {
-    PeerConnection connection = peer_.accept();
-    if (done_) return;
-    if (!connection.open()) continue;
-    std::unique_lock<std::mutex> held(mutex_);
-    const Script script = script_;
-    held.unlock();
-    serveConnection(std::move(connection), script);
-  }
-}
-
-void ScriptedCamera::serveConnection(PeerConnection connection, const Script& script) {
-  for (;;) {
+void ScriptedCamera::serve(PeerConnection connection) {
+  while (connection.open() && !done_) {
     // Receiver reports of the client come in between, in frames of their own.
-    std::string text;
-    while (text.size() < 4 || text.compare(text.size() - 4, 4, "\r\n\r\n") != 0) {
-      const std::string next = connection.read(1);
-      if (next.empty() || done_) return;
-      if (text.empty() && next == "$") {
-        const std::string head = connection.read(3);
-        connection.read(static_cast<unsigned char>(head[1]) * 256U +
-                        static_cast<unsigned char>(head[2]));
-      } else {
-        text += next;
-      }
+    std::string text = connection.read(1);
+    if (text == "$") {
+      const std::string head = connection.read(3);
+      connection.read(static_cast<unsigned char>(head[1]) * 256U +
+                      static_cast<unsigned char>(head[2]));
+      continue;
     }
+    text += connection.readUntil("\r\n\r\n");
+    if (text.find("\r\n\r\n") == std::string::npos) return;
     const RtspRequest request{text.substr(0, text.find(' ')), text};
     {
       std::lock_guard<std::mutex> held(mutex_);
       requests_.push_back(request);
     }
-    if (request.method == script.closesAt) return;
-    connection.write(answerTo(request, script));
-    if (request.method == "PLAY" && script.afterPlay) script.afterPlay(connection);
-    if (!connection.open()) return;
+    if (request.method == script_.closesAt) return;
+    connection.write(answerTo(request));
+    if (request.method == "PLAY" && script_.afterPlay) script_.afterPlay(connection);
   }
 }
 
@@ -158,30 +120,9 @@ std::string interleaved(int channel, const std::string& packet) {
          packet;
 }
 
-CameraProcess::CameraProcess(const std::vector<std::string>& command) : process(command) {
-  if (!eventually([this] { return process.output().find("/live\n") != std::string::npos; })) {
-    throw std::runtime_error("the camera did not start: " + process.output());
-  }
-  port = std::stoi(process.output().substr(strlen("rtsp://127.0.0.1:")));
-}
-
-TestHost::Keys CameraProcess::keys(const std::string& overTcp) const {
-  return {{"PROTO", "RTSP"},        {"DEVIP", "127.0.0.1"},  {"RTSP_PORT", std::to_string(port)},
-          {"RTSP_URL", "/live"},    {"USRNAME", "operator"}, {"PASSWD", "secret"},
-          {"RTP_OVER_TCP", overTcp}};
-}
-
 std::vector<std::string> camsimRtsp(const std::vector<std::string>& options) {
-  std::vector<std::string> command{MRETRIEVER_BIN_DIR "/camsim",
-                                   "rtsp",
-                                   "--port",
-                                   "0",
-                                   "--seconds",
-                                   "1",
-                                   "--width",
-                                   "176",
-                                   "--height",
-                                   "144"};
+  std::vector<std::string> command{"rtsp", "--port", "0", "--seconds", "1"};
+  command.insert(command.end(), {"--width", "176", "--height", "144"});
   command.insert(command.end(), options.begin(), options.end());
   return command;
 }

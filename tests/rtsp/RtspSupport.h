@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "RTSPMediaProducerImpl.h"
-#include "support/Subprocess.h"
+#include "support/RetrieverProgram.h"
 #include "support/TcpPeer.h"
 #include "support/TestHost.h"
 
@@ -21,70 +21,59 @@ struct RtspRequest {
   std::string header(const std::string& name) const;
 };
 
-// A camera that answers as the test says, over one TCP connection at a time.
-// Without further words it describes one H.264 stream, accepts interleaved or
-// UDP transport and plays.
-class ScriptedCamera {
- public:
+// Payload type 96, no parameter sets.
+inline constexpr char kH264Lines[] =
+    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n";
+
+// What a scripted camera does; without further words it describes one H.264
+// stream, accepts interleaved or UDP transport and plays.
+struct CameraScript {
   // What goes back; nothing for a camera that is mute.
   using Answer = std::function<std::string(const RtspRequest&)>;
-  using AfterPlay = std::function<void(PeerConnection&)>;
 
-  ScriptedCamera();
+  std::string mediaLines = kH264Lines;  // of the description
+  std::map<std::string, Answer> answers;
+  std::string sessionWords;  // behind the session's number in the answer to SETUP
+  std::string closesAt;      // a method
+  // Runs on the camera's thread behind the answer to PLAY.
+  std::function<void(PeerConnection&)> afterPlay;
+};
+
+// Follows its script over one TCP connection at a time.
+class ScriptedCamera {
+ public:
+  explicit ScriptedCamera(CameraScript script = {});
   ~ScriptedCamera();
   ScriptedCamera(const ScriptedCamera&) = delete;
   ScriptedCamera& operator=(const ScriptedCamera&) = delete;
 
-  // Before the producer starts.
-  void describes(const std::string& mediaLines);
-  void answers(const std::string& method, Answer answer);
-  void closesAt(const std::string& method);
-  // Runs on the camera's thread behind the answer to PLAY.
-  void afterPlay(AfterPlay call);
-
-  TestHost::Keys keys() const;
+  TestHost::Keys keys(const std::string& overTcp = "on") const;
   std::string url() const;
   std::vector<RtspRequest> requests();
   std::vector<std::string> methods();
   bool awaitRequest(const std::string& method);
 
-  static std::string reply(const RtspRequest& request, const std::string& status = "200 OK",
-                           const std::string& headers = "", const std::string& body = "");
-
  private:
-  struct Script {
-    std::string mediaLines;
-    std::map<std::string, Answer> answers;
-    std::string closesAt;
-    AfterPlay afterPlay;
-  };
+  void serve(PeerConnection connection);
+  std::string answerTo(const RtspRequest& request) const;
 
-  void serve();
-  void serveConnection(PeerConnection connection, const Script& script);
-  std::string answerTo(const RtspRequest& request, const Script& script) const;
-
+  const CameraScript script_;
   TcpPeer peer_;
   std::mutex mutex_;
-  Script script_;
   std::vector<RtspRequest> requests_;
   std::atomic<bool> done_{false};
   std::thread thread_;
 };
 
-extern const char kH264Lines[];  // payload type 96, no parameter sets
-
+std::string reply(const RtspRequest& request, const std::string& status = "200 OK",
+                  const std::string& headers = "", const std::string& body = "");
 std::string rtcpBye(unsigned ssrc);
 std::string interleaved(int channel, const std::string& packet);
 
-// A camera in a process of its own.
-struct CameraProcess {
-  explicit CameraProcess(const std::vector<std::string>& command);
-  TestHost::Keys keys(const std::string& overTcp) const;
-
-  Subprocess process;
-  int port = 0;
-};
+TestHost::Keys rtspKeys(const std::string& port, const std::string& overTcp);
+// For a simulated camera, with a small picture; ready when it prints kReady.
 std::vector<std::string> camsimRtsp(const std::vector<std::string>& options);
+inline constexpr char kReady[] = "/live\n";
 
 // The producer on a thread of the host's, stopped by the destructor.
 struct Receiver {

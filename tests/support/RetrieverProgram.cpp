@@ -69,15 +69,16 @@ int RetrieverProgram::stop(int signal) {
 }
 
 namespace {
-std::vector<std::string> camsim(std::vector<std::string> options) {
-  options.insert(options.begin(), builtProgram("camsim"));
+std::vector<std::string> commandOf(const std::string& program, std::vector<std::string> options) {
+  options.insert(options.begin(), builtProgram(program));
   return options;
 }
 }  // namespace
 
-SimulatedDevice::SimulatedDevice(const std::vector<std::string>& options, const std::string& ready)
-    : process(camsim(options)) {
-  if (!process.awaitOutput(ready)) throw std::runtime_error("camsim: " + process.output());
+SimulatedDevice::SimulatedDevice(const std::vector<std::string>& options, const std::string& ready,
+                                 const std::string& program)
+    : process(commandOf(program, options)) {
+  if (!process.awaitOutput(ready)) throw std::runtime_error(program + ": " + process.output());
   const std::string text = process.output();
   const std::string line = text.substr(0, text.find('\n', text.find(ready)));
   const std::string tail = line.substr(line.rfind(':') + 1);

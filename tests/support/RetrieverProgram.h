@@ -38,11 +38,12 @@ class RetrieverProgram {
   Subprocess process_;
 };
 
-// A device of camsim's, ready for its connections.
+// A device of camsim's or of another program of the build, ready for its connections.
 struct SimulatedDevice {
   // `ready` stands in the line that tells its address. Throws std::runtime_error.
   explicit SimulatedDevice(const std::vector<std::string>& options,
-                           const std::string& ready = "listening on ");
+                           const std::string& ready = "listening on ",
+                           const std::string& program = "camsim");
   std::string output() { return process.output(); }
 
   Subprocess process;
