@@ -12,22 +12,6 @@ const std::string kHeaders = hex("000001B0F5000001B50900000100");
 const std::string kIHead = hex("01010000");
 const std::string kPHead = hex("B6010000");
 
-// The child of a death test has another process id, but must use the same.
-const std::string& deviceAddress() {
-  static const std::string address = ownLoopbackAddress();
-  return address;
-}
-
-TestHost::Keys keys(const TestHost::Keys& changed = {}) {
-  TestHost::Keys all{{"DEVIP", deviceAddress()}, {"USRNAME", "root"},
-                     {"PASSWD", "pw"},           {"MEDIA_FORMAT", "mpeg4"},
-                     {"IMAGESIZE", "fullsize"},  {"RC_MODE", "cbr"},
-                     {"RC_MAXBITRATE", "1000"},  {"CAMCOMPRESSION", "3"},
-                     {"FRAMERATE", "25"},        {"CAMERA", "2"}};
-  for (const auto& [key, value] : changed) all[key] = value;
-  return all;
-}
-
 std::string words(std::initializer_list<unsigned> values) {
   std::string data;
   for (const unsigned value : values) data += le(value, 4);
@@ -40,14 +24,28 @@ std::string video(const std::string& data, unsigned width = 0, unsigned height =
 }
 
 struct Encoder {
-  TcpPeer configurations{deviceAddress(), 2003};
-  TcpPeer streams{deviceAddress(), 2002};
+  TcpPeer configurations{ownLoopbackAddress(), 2003};
+  TcpPeer streams{ownLoopbackAddress(), 2002};
   // Header with sizes of its own and parameters that must come back.
   std::string header = words({777, 0x31A, 1, 8, 9, 555});
   std::string parameters;
   std::string request, written, login;
   PeerConnection stream{-1};
 
+  static TestHost::Keys keys(TestHost::Keys keys = {}) {
+    keys.insert({{"DEVIP", ownLoopbackAddress()},
+                 {"USRNAME", "root"},
+                 {"PASSWD", "pw"},
+                 {"MEDIA_FORMAT", "mpeg4"},
+                 {"IMAGESIZE", "fullsize"},
+                 {"RC_MODE", "cbr"},
+                 {"RC_MAXBITRATE", "1000"},
+                 {"CAMCOMPRESSION", "3"},
+                 {"FRAMERATE", "25"},
+                 {"CAMERA", "2"}});
+    return keys;
+  }
+  static std::string last() { return words({24, 0x101, 0, 0, 0, 4}) + "last"; }
   Encoder() {
     for (int i = 0; i < 216; ++i) parameters.push_back(static_cast<char>(i + 1));
     parameters[0] = 2;
@@ -70,28 +68,14 @@ struct Encoder {
   }
 };
 
-struct Session {
-  explicit Session(const TestHost::Keys& changed = {}) : host(keys(changed)) {
-    host.run(producer);
-    opened = encoder.open();
-  }
-  ~Session() {
-    host.stop();
-    encoder.stream.write(words({24, 0x101, 0, 0, 0, 4}) + "last");
-    host.awaitEnd();
-  }
-  Encoder encoder;
-  TestHost host;
-  DanteMediaProducerImpl producer{host.audio(), host.video()};
-  bool opened = false;
-};
+using Session = VendorSession<DanteMediaProducerImpl, Encoder>;
 
 }  // namespace
 
 TEST(Dante, ConversationIsByteForByte) {
   Session session;
   ASSERT_TRUE(session.opened);
-  Encoder& encoder = session.encoder;
+  Encoder& encoder = session.device;
   EXPECT_EQ(encoder.request, words({24, 0x31A, 1, 0, 0, 0}));
   // The sizes of the device's own header go back as they came.
   EXPECT_EQ(encoder.written.substr(0, 24), words({777, 0x31C, 1, 8, 9, 555}));
@@ -142,23 +126,22 @@ TEST(Dante, NothingComesBeforeTheFirstIframeAndThenEveryWordIsTurned) {
   const TestHost::Keys changed{{"RC_MAXBITRATE", "unlimited"}};
   Session session(changed);
   ASSERT_TRUE(session.opened);
-  EXPECT_EQ(session.encoder.written.substr(28, 4), words({500}));
+  EXPECT_EQ(session.device.written.substr(28, 4), words({500}));
   const std::string motion(200, 'm');
   const std::string audio = words({28, 0x101, 0, 0, 0, 4}) + "SNDS";
   const std::string second = words({24, 0x999, 0, 0, 0, 0});
-  session.encoder.stream.write(video(kPHead + "early!!!", 704, 480) + motion +              //
-                               video(kIHead + "dcbahgfelast", 704, 572) + motion + audio +  //
-                               video(kPHead + "lkjilast", 704, 576) +                       //
-                               video(kPHead + "last", 352, 288) + std::string(52, 'm') +    //
-                               video(kPHead) + video(kIHead) +                              //
-                               video("").substr(0, 20) + le(12, 4) + second + "dropdropdrop" +
-                               kPHead + "tsrqlast" + video(kIHead + "last"));
-  ASSERT_TRUE(session.host.video()->awaitFrames(8));
+  session.sends(video(kPHead + "early!!!", 704, 480) + motion +              //
+                video(kIHead + "dcbahgfelast", 704, 572) + motion + audio +  //
+                video(kPHead + "lkjilast", 704, 576) +                       //
+                video(kPHead + "last", 352, 288) + std::string(52, 'm') +    //
+                video(kPHead) + video(kIHead) +                              //
+                video("").substr(0, 20) + le(12, 4) + second + "dropdropdrop" + kPHead +
+                "tsrqlast" + video(kIHead + "last"));
+  ASSERT_TRUE(session.video().awaitFrames(8));
   const std::string i = hex("00000101");
   const std::string p = hex("000001B6");
-  EXPECT_THAT(session.host.video()->data(),
-              ElementsAre(kHeaders, kHeaders + i + "abcdefgh", p + "ijkl", p, "", kHeaders,
-                          p + "qrst", kHeaders + i));
+  EXPECT_THAT(session.video().data(), ElementsAre(kHeaders, kHeaders + i + "abcdefgh", p + "ijkl",
+                                                  p, "", kHeaders, p + "qrst", kHeaders + i));
 }
 
 TEST(Dante, FailuresAreReported) {
@@ -167,7 +150,7 @@ TEST(Dante, FailuresAreReported) {
   const std::string unknown = "STREAM_LOST UNK";
   const struct {
     const char* what;
-    std::function<void(Encoder&)> device;
+    Session::Play device;
     std::string text;
     std::string state;
   } cases[] = {
@@ -181,56 +164,37 @@ TEST(Dante, FailuresAreReported) {
          e.configurations.accept().read(240);
        },
        "CRT-5010 Failed to read from socket: ", unknown},
-      {"stream closed", [](Encoder& e) { e.open(); }, lost, closed},
-      {"stream closed behind a header",
-       [](Encoder& e) { e.open() && e.stream.write(video("abcd").substr(0, 24)); }, lost, closed},
-      {"a frame of no bytes", [](Encoder& e) { e.open() && e.stream.write(video("") + kIHead); },
-       lost, closed},
-      {"unknown type",
-       [](Encoder& e) {
-         e.open() && e.stream.write(words({24, 0x103, 2, 3, 4, 0xABCDEF01}));
-       },
+      {"stream closed", Session::sending(""), lost, closed},
+      {"stream closed behind a header", Session::sending(video("abcd").substr(0, 24)), lost,
+       closed},
+      {"a frame of no bytes", Session::sending(video("") + kIHead), lost, closed},
+      {"unknown type", Session::sending(words({24, 0x103, 2, 3, 4, 0xABCDEF01})),
        "Unknown packet type (0x00000018 0x00000103 0x00000002 0x00000003 0x00000004 0xabcdef01)",
        unknown},
-      {"odd size", [](Encoder& e) { e.open() && e.stream.write(video(kPHead + "ab")); },
-       "Unaligned data", unknown},
-      {"gigabytes",
-       [](Encoder& e) {
-         e.open() && e.stream.write(words({0, 0x102, 0, 0, 0, 0xFFFFFFFC}) + kIHead + "data");
-       },
+      {"odd size", Session::sending(video(kPHead + "ab")), "Unaligned data", unknown},
+      {"gigabytes", Session::sending(words({0, 0x102, 0, 0, 0, 0xFFFFFFFC}) + kIHead + "data"),
        "CRT-5005 Frame has been truncated. Please increase SINK_BUFFER_SIZE", unknown},
-      {"one word too many",
-       [](Encoder& e) {
-         e.open() && e.stream.write(video(kIHead + std::string(1000000 - 14 + 2, 'x')));
-       },
+      {"one word too many", Session::sending(video(kIHead + std::string(1000000 - 14 + 2, 'x'))),
        "CRT-5005", unknown},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    TestHost host(keys());
-    const auto play = [&](Encoder& encoder) {
-      c.device(encoder);
-      encoder.stream.close();
-    };
-    EXPECT_FATAL_REPORT((startAgainst<DanteMediaProducerImpl, Encoder>(host, play)), c.text,
-                        c.state);
+    EXPECT_FATAL_REPORT(Session::startAgainst(c.device), c.text, c.state);
   }
   // Said only once the login is out.
-  TestHost host(keys({{"MEDIA_FORMAT", "mjpg"}}));
-  DanteMediaProducerImpl unstarted(host.audio(), host.video());
-  EXPECT_FATAL_REPORT(unstarted.start(), "CRT-5009 Unable to connect() to 127.",
+  EXPECT_FATAL_REPORT(Session::startAgainst(Session::sending(""), {{"MEDIA_FORMAT", "mjpg"}}),
+                      "CRT-5013 mjpg is not currently supported", unknown);
+  TestHost host(Encoder::keys());
+  DanteMediaProducerImpl lonely(host.audio(), host.video());
+  EXPECT_FATAL_REPORT(lonely.start(), "CRT-5009 Unable to connect() to 127.",
                       "STREAM_LOST NET_FAILURE");
-  const auto play = [](Encoder& encoder) { encoder.open(); };
-  EXPECT_FATAL_REPORT((startAgainst<DanteMediaProducerImpl, Encoder>(host, play)),
-                      "CRT-5013 mjpg is not currently supported", "STREAM_LOST UNK");
 }
 
 // The largest frame that fits reaches the last byte of the buffer.
 TEST(Dante, AFrameMayFillTheBuffer) {
   Session session;
   ASSERT_TRUE(session.opened);
-  session.encoder.stream.write(video(kIHead + "last") + video(kPHead + std::string(1000000, 'x')));
-  ASSERT_TRUE(session.host.video()->awaitFrames(3));
-  EXPECT_EQ(session.host.video()->frames()[2].data,
-            hex("000001B6") + std::string(1000000 - 4, 'x'));
+  session.sends(video(kIHead + "last") + video(kPHead + std::string(1000000, 'x')));
+  ASSERT_TRUE(session.video().awaitFrames(3));
+  EXPECT_EQ(session.video().frames()[2].data, hex("000001B6") + std::string(1000000 - 4, 'x'));
 }

@@ -17,20 +17,6 @@ const std::string kVos = hex("000001B0F5000001B509");
 const std::string kIFrame = hex("000001B6 10 AA BB");
 const std::string kPFrame = hex("000001B6 50 CC");
 
-// The child of a death test has another process id, but must use the same.
-const std::string& deviceAddress() {
-  static const std::string address = ownLoopbackAddress();
-  return address;
-}
-
-TestHost::Keys keys(const TestHost::Keys& changed = {}) {
-  TestHost::Keys all{{"DEVIP", deviceAddress()}, {"USRNAME", "admin"},      {"PASSWD", "1234"},
-                     {"MEDIA_FORMAT", "mpeg4"},  {"IMAGESIZE", "fullsize"}, {"FRAMERATE", "25"},
-                     {"CAMCOMPRESSION", "3"}};
-  for (const auto& [key, value] : changed) all[key] = value;
-  return all;
-}
-
 // `dataSize` other than the packet's own is a lie.
 std::string packetOf(bool first, const std::string& payload, int dataSize = -1) {
   const std::size_t size = 12 + (first ? 72 : 0) + payload.size();
@@ -45,12 +31,23 @@ std::string next(const std::string& payload) {
 }
 
 struct Dvr {
-  TcpPeer controls{deviceAddress(), 4000};
-  TcpPeer streams{deviceAddress(), 4001};
+  TcpPeer controls{ownLoopbackAddress(), 4000};
+  TcpPeer streams{ownLoopbackAddress(), 4001};
   PeerConnection control{-1};
   PeerConnection stream{-1};
   std::string conn, conf, req;
 
+  static TestHost::Keys keys(TestHost::Keys keys = {}) {
+    keys.insert({{"DEVIP", ownLoopbackAddress()},
+                 {"USRNAME", "admin"},
+                 {"PASSWD", "1234"},
+                 {"MEDIA_FORMAT", "mpeg4"},
+                 {"IMAGESIZE", "fullsize"},
+                 {"FRAMERATE", "25"},
+                 {"CAMCOMPRESSION", "3"}});
+    return keys;
+  }
+  static std::string last() { return first("end"); }
   bool configure() {
     control = controls.accept();
     conn = control.read(32);
@@ -70,38 +67,22 @@ struct Dvr {
   bool open() { return configure() && answerKeepAlive() && acceptStream(); }
 };
 
-// A running producer and its device; the last packet lets a blocked read see
-// the stop flag.
-struct Session {
-  explicit Session(const TestHost::Keys& changed = {}) : host(keys(changed)) {
-    host.run(producer);
-    opened = dvr.open();
-  }
-  ~Session() {
-    host.stop();
-    dvr.stream.write(first("end"));
-    host.awaitEnd();
-  }
-  Dvr dvr;
-  TestHost host;
-  SamsungMediaProducerImpl producer{host.audio(), host.video()};
-  bool opened = false;
-};
+using Session = VendorSession<SamsungMediaProducerImpl, Dvr>;
 
 }  // namespace
 
 TEST(Samsung, ConversationIsByteForByte) {
   Session session;
   ASSERT_TRUE(session.opened);
-  EXPECT_EQ(session.dvr.conn, hex(kConnected) + std::string("1234\0\0\0\0admin\0\0\0", 16));
-  EXPECT_EQ(session.dvr.conf, hex(kConfigured) + hex("01 02 19 03 0000"));
-  EXPECT_EQ(session.dvr.req, hex(kRequest));
-  EXPECT_TRUE(session.dvr.answerKeepAlive()) << "no second keep-alive";
+  EXPECT_EQ(session.device.conn, hex(kConnected) + std::string("1234\0\0\0\0admin\0\0\0", 16));
+  EXPECT_EQ(session.device.conf, hex(kConfigured) + hex("01 02 19 03 0000"));
+  EXPECT_EQ(session.device.req, hex(kRequest));
+  EXPECT_TRUE(session.device.answerKeepAlive()) << "no second keep-alive";
 
-  session.dvr.stream.write(first("abc") + next("de") + first("f"));
-  ASSERT_TRUE(session.host.video()->awaitFrames(1));
-  EXPECT_EQ(session.host.video()->frames()[0].data, "abcde");
-  EXPECT_THAT(session.host.video()->codecs(), ElementsAre());
+  session.sends(first("abc") + next("de") + first("f"));
+  ASSERT_TRUE(session.video().awaitFrames(1));
+  EXPECT_EQ(session.video().frames()[0].data, "abcde");
+  EXPECT_THAT(session.video().codecs(), ElementsAre());
   EXPECT_THAT(session.host.states(), ElementsAre());
 }
 
@@ -128,23 +109,22 @@ TEST(Samsung, Mpeg4FramesAreTrimmedAndIntraFramesGetHeaders) {
   ASSERT_TRUE(session.opened);
   const std::string zeros(3, '\0');
   const std::string both = kPFrame + kIFrame;
-  session.dvr.stream.write(next("joined in mid-frame") + first(kPFrame + zeros) + first(kIFrame) +
-                           first(both) + first(zeros) + first(hex("000001B6")) + first("x"));
-  ASSERT_TRUE(session.host.video()->awaitFrames(6));
-  EXPECT_THAT(session.host.video()->data(),
-              ElementsAre("joined in mid-frame", kPFrame, kVos + kIFrame, kVos + both, "",
-                          hex("000001B6")));
+  session.sends(next("joined in mid-frame") + first(kPFrame + zeros) + first(kIFrame) +
+                first(both) + first(zeros) + first(hex("000001B6")) + first("x"));
+  ASSERT_TRUE(session.video().awaitFrames(6));
+  EXPECT_THAT(session.video().data(), ElementsAre("joined in mid-frame", kPFrame, kVos + kIFrame,
+                                                  kVos + both, "", hex("000001B6")));
 }
 
 TEST(Samsung, JpegFramesArePacedAndStayAsTheyAre) {
   Session session({{"MEDIA_FORMAT", "mjpg"}, {"FRAMERATE", "10"}, {"IMAGESIZE", "HUGESIZE"}});
   ASSERT_TRUE(session.opened);
-  EXPECT_EQ(session.dvr.conf.substr(16), hex("02 00 0A 03 0000"));
+  EXPECT_EQ(session.device.conf.substr(16), hex("02 00 0A 03 0000"));
   std::string burst;
   for (int i = 0; i < 5; ++i) burst += first(kIFrame);
-  session.dvr.stream.write(burst);
-  ASSERT_TRUE(session.host.video()->awaitFrames(4));
-  const auto frames = session.host.video()->frames();
+  session.sends(burst);
+  ASSERT_TRUE(session.video().awaitFrames(4));
+  const auto frames = session.video().frames();
   EXPECT_EQ(frames[0].data, kIFrame);
   const Kelvane::Delay_Interval took =
       Kelvane::Time_Val(frames[3].tv) - Kelvane::Time_Val(frames[0].tv);
@@ -160,14 +140,14 @@ TEST(Samsung, AFrameMayFillTheBufferAndStillGetHeaders) {
   frame.resize(whole, 'v');
   std::string packets = first(frame.substr(0, 60000));
   for (std::size_t at = 60000; at < whole; at += 50000) packets += next(frame.substr(at, 50000));
-  session.dvr.stream.write(packets + first("x"));
-  ASSERT_TRUE(session.host.video()->awaitFrames(1));
-  EXPECT_EQ(session.host.video()->frames()[0].data, kVos + frame);
+  session.sends(packets + first("x"));
+  ASSERT_TRUE(session.video().awaitFrames(1));
+  EXPECT_EQ(session.video().frames()[0].data, kVos + frame);
 }
 
 TEST(Samsung, ASilentControlConnectionDoesNotHoldUpTheEnd) {
   Dvr dvr;
-  TestHost host(keys());
+  TestHost host(Dvr::keys());
   const auto begin = std::chrono::steady_clock::now();
   {
     SamsungMediaProducerImpl producer(host.audio(), host.video());
@@ -196,13 +176,12 @@ TEST(Samsung, RefusedKeysEndTheProcess) {
       {{{"MEDIA_FORMAT", "h264"}}, "CRT-5013 h264 is not currently supported"},
   };
   for (const auto& c : cases) {
-    TestHost host(keys(c.changed));
     const auto play = [](Dvr& dvr) { dvr.configure(); };
-    EXPECT_FATAL_EXIT((startAgainst<SamsungMediaProducerImpl, Dvr>(host, play)), c.text);
+    EXPECT_FATAL_EXIT(Session::startAgainst(play, c.changed), c.text);
   }
-  TestHost host(keys());
-  SamsungMediaProducerImpl unstarted(host.audio(), host.video());
-  EXPECT_FATAL_EXIT(unstarted.start(), "CRT-5009 Unable to connect() to 127.");
+  TestHost host(Dvr::keys());
+  SamsungMediaProducerImpl lonely(host.audio(), host.video());
+  EXPECT_FATAL_EXIT(lonely.start(), "CRT-5009 Unable to connect() to 127.");
 }
 
 TEST(Samsung, DeviceFailuresEndTheProcess) {
@@ -211,7 +190,7 @@ TEST(Samsung, DeviceFailuresEndTheProcess) {
   for (int i = 0; i < 19; ++i) tooLong += next(std::string(50000, 'n'));
   const struct {
     const char* what;
-    std::function<void(Dvr&)> device;
+    Session::Play device;
     std::string text;
   } cases[] = {
       {"login refused", [](Dvr& dvr) { dvr.controls.accept().read(32); }, lost},
@@ -224,26 +203,17 @@ TEST(Samsung, DeviceFailuresEndTheProcess) {
          dvr.stream.awaitClose();
        },
        lost},
-      {"stream closed", [](Dvr& dvr) { dvr.open(); }, lost},
-      {"wrong magic",
-       [](Dvr& dvr) { dvr.open() && dvr.stream.write("SDVQ" + std::string(8, '\0')); },
-       "Incorrect Samsung header"},
-      {"empty payload", [](Dvr& dvr) { dvr.open() && dvr.stream.write(first("")); }, lost},
-      {"one byte too many", [&](Dvr& dvr) { dvr.open() && dvr.stream.write(tooLong + next("!")); },
+      {"stream closed", Session::sending(""), lost},
+      {"wrong magic", Session::sending("SDVQ" + std::string(8, '\0')), "Incorrect Samsung header"},
+      {"empty payload", Session::sending(first("")), lost},
+      {"one byte too many", Session::sending(tooLong + next("!")),
        "CRT-5005 Frame has been truncated. Please increase SINK_BUFFER_SIZE"},
       {"length below the header wraps beyond the buffer",
-       [&](Dvr& dvr) { dvr.open() && dvr.stream.write(tooLong + packetOf(false, "", 11)); },
-       "CRT-5005"},
+       Session::sending(tooLong + packetOf(false, "", 11)), "CRT-5005"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    TestHost host(keys());
-    const auto play = [&](Dvr& dvr) {
-      c.device(dvr);
-      dvr.stream.close();
-      if (dvr.control.open()) dvr.control.awaitClose();
-    };
-    EXPECT_FATAL_EXIT((startAgainst<SamsungMediaProducerImpl, Dvr>(host, play)), c.text);
+    EXPECT_FATAL_EXIT(Session::startAgainst(c.device), c.text);
   }
 }
 
@@ -252,7 +222,7 @@ TEST(Samsung, AWrappedLengthIsReadAsItStands) {
   Session session;
   ASSERT_TRUE(session.opened);
   const std::string payload(65535, 'w');
-  session.dvr.stream.write(packetOf(true, payload, 83) + first("x"));
-  ASSERT_TRUE(session.host.video()->awaitFrames(1));
-  EXPECT_EQ(session.host.video()->frames()[0].data, payload);
+  session.sends(packetOf(true, payload, 83) + first("x"));
+  ASSERT_TRUE(session.video().awaitFrames(1));
+  EXPECT_EQ(session.video().frames()[0].data, payload);
 }

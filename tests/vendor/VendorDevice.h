@@ -9,23 +9,48 @@
 
 namespace testsupport {
 
-// For death tests: start() of a fresh producer against a device, which listens
-// already and goes on as `play` says on a thread of its own. Comes back only
-// when start() does.
+// A running producer and its device, which has keys(), open() for what goes
+// ahead of the stream, `stream`, and last(), the packet that lets a blocked read
+// see the stop flag.
 template <class Producer, class Device>
-void startAgainst(TestHost& host, Device& device, const std::function<void(Device&)>& play) {
-  std::thread peer([&] { play(device); });
-  Producer producer(host.audio(), host.video());
-  producer.start();
-  peer.join();
-}
+struct VendorSession {
+  using Play = std::function<void(Device&)>;
 
-// The same against a device with fixed ports, made here and now.
-template <class Producer, class Device>
-void startAgainst(TestHost& host, const std::function<void(Device&)>& play) {
+  explicit VendorSession(const TestHost::Keys& changed = {}) : host(device.keys(changed)) {
+    host.run(producer);
+    opened = device.open();
+  }
+  ~VendorSession() {
+    host.stop();
+    sends(Device::last());
+    host.awaitEnd();
+  }
+  void sends(const std::string& packets) { device.stream.write(packets); }
+  CapturingSink& video() { return *host.video(); }
+
+  // For death tests: start() of a fresh producer against a device, which goes
+  // on as `play` says on a thread of its own and then closes the stream.
+  static void startAgainst(const Play& play, const TestHost::Keys& changed = {}) {
+    Device device;
+    TestHost host(device.keys(changed));
+    std::thread peer([&] {
+      play(device);
+      device.stream.close();
+    });
+    Producer producer(host.audio(), host.video());
+    producer.start();
+    peer.join();
+  }
+  // What the device sends behind its opening.
+  static Play sending(const std::string& packets) {
+    return [packets](Device& device) { device.open() && device.stream.write(packets); };
+  }
+
   Device device;
-  startAgainst<Producer, Device>(host, device, play);
-}
+  TestHost host;
+  Producer producer{host.audio(), host.video()};
+  bool opened = false;
+};
 
 inline std::string le(unsigned value, int bytes) {
   std::string text;

@@ -25,21 +25,21 @@ struct Device {
   PeerConnection stream{-1};
   std::string request, page;
 
-  TestHost::Keys keys(const TestHost::Keys& changed = {}) const {
-    TestHost::Keys all{{"DEVIP", "127.0.0.1"},
-                       {"VSIP_PORT", std::to_string(streams.port())},
-                       {"HTTP_PORT", std::to_string(pages.port())},
-                       {"DEFINEDUID", std::string(66, '7')},
-                       {"VSIP_TARGET_SIP", "10.0.0.9"},
-                       {"VSIP_SOURCE_GUID", "{source}"},
-                       {"VSIP_TARGET_GUID", "%7Btarget%7D"},
-                       {"USRNAME", "user"},
-                       {"PASSWD", "pass"},
-                       {"MEDIA_FORMAT", "mpeg4"},
-                       {"FRAMERATE", "25"}};
-    for (const auto& [key, value] : changed) all[key] = value;
-    return all;
+  TestHost::Keys keys(TestHost::Keys keys = {}) const {
+    keys.insert({{"DEVIP", "127.0.0.1"},
+                 {"VSIP_PORT", std::to_string(streams.port())},
+                 {"HTTP_PORT", std::to_string(pages.port())},
+                 {"DEFINEDUID", std::string(66, '7')},
+                 {"VSIP_TARGET_SIP", "10.0.0.9"},
+                 {"VSIP_SOURCE_GUID", "{source}"},
+                 {"VSIP_TARGET_GUID", "%7Btarget%7D"},
+                 {"USRNAME", "user"},
+                 {"PASSWD", "pass"},
+                 {"MEDIA_FORMAT", "mpeg4"},
+                 {"FRAMERATE", "25"}});
+    return keys;
   }
+  static std::string last() { return packet(0, "last packet"); }
   bool keepAlive() {
     PeerConnection connection = pages.accept();
     page = connection.readUntil("\r\n\r\n");
@@ -53,21 +53,7 @@ struct Device {
   }
 };
 
-struct Session {
-  explicit Session(const TestHost::Keys& changed = {}) : host(device.keys(changed)) {
-    host.run(producer);
-    opened = device.open();
-  }
-  ~Session() {
-    host.stop();
-    device.stream.write(packet(0, "last packet"));
-    host.awaitEnd();
-  }
-  Device device;
-  TestHost host;
-  VSIPMediaProducerImpl producer{host.audio(), host.video()};
-  bool opened = false;
-};
+using Session = VendorSession<VSIPMediaProducerImpl, Device>;
 
 }  // namespace
 
@@ -98,11 +84,11 @@ TEST(Vsip, JpegFramesEndWhereTheNumbersBeginAgain) {
   Session session({{"MEDIA_FORMAT", "mjpg"}, {"FRAMERATE", "10"}});
   ASSERT_TRUE(session.opened);
   const std::string zeros(3, '\0');
-  session.device.stream.write(packet(7, "mid") + packet(0, "ab") + packet(1, "cd" + zeros) +
-                              packet(0, "e") + packet(0, "f") + packet(0, "g"));
-  ASSERT_TRUE(session.host.video()->awaitFrames(4));
-  EXPECT_THAT(session.host.video()->data(), ElementsAre("mid", "abcd" + zeros, "e", "f"));
-  const auto frames = session.host.video()->frames();
+  session.sends(packet(7, "mid") + packet(0, "ab") + packet(1, "cd" + zeros) + packet(0, "e") +
+                packet(0, "f") + packet(0, "g"));
+  ASSERT_TRUE(session.video().awaitFrames(4));
+  EXPECT_THAT(session.video().data(), ElementsAre("mid", "abcd" + zeros, "e", "f"));
+  const auto frames = session.video().frames();
   EXPECT_GE(Kelvane::Time_Val(frames[3].tv) - Kelvane::Time_Val(frames[0].tv),
             Kelvane::Delay_Interval(0, 190000))
       << "a burst was not held to 10 a second";
@@ -111,11 +97,11 @@ TEST(Vsip, JpegFramesEndWhereTheNumbersBeginAgain) {
 TEST(Vsip, Mpeg4BeginsAtTheStreamHeaders) {
   Session session;
   ASSERT_TRUE(session.opened);
-  session.device.stream.write(packet(0, "dropped") + packet(0, kVop + "dropped too") +
-                              packet(5, kVos + kVop + "one") + packet(5, "more") +
-                              packet(5, kVop + "two") + packet(5, "x") + packet(0, kVop + "three"));
-  ASSERT_TRUE(session.host.video()->awaitFrames(3));
-  EXPECT_THAT(session.host.video()->data(), ElementsAre(kVos, kVop + "onemore", kVop + "twox"));
+  session.sends(packet(0, "dropped") + packet(0, kVop + "dropped too") +
+                packet(5, kVos + kVop + "one") + packet(5, "more") + packet(5, kVop + "two") +
+                packet(5, "x") + packet(0, kVop + "three"));
+  ASSERT_TRUE(session.video().awaitFrames(3));
+  EXPECT_THAT(session.video().data(), ElementsAre(kVos, kVop + "onemore", kVop + "twox"));
 }
 
 // A payload of two bytes is told by what follows it on the wire.
@@ -123,10 +109,10 @@ TEST(Vsip, TheLookAheadReachesIntoTheNextHeader) {
   Session session;
   ASSERT_TRUE(session.opened);
   const std::string two(2, '\0');
-  session.device.stream.write(packet(5, kVos + kVop + "a") + packet(5, two) + packet(0x0101, "b") +
-                              packet(0, kVop));
-  ASSERT_TRUE(session.host.video()->awaitFrames(3));
-  EXPECT_THAT(session.host.video()->data(), ElementsAre(kVos, kVop + "a", two + "b"));
+  session.sends(packet(5, kVos + kVop + "a") + packet(5, two) + packet(0x0101, "b") +
+                packet(0, kVop));
+  ASSERT_TRUE(session.video().awaitFrames(3));
+  EXPECT_THAT(session.video().data(), ElementsAre(kVos, kVop + "a", two + "b"));
 }
 
 // Found in bytes that an older packet left, behind this packet's end: the rest
@@ -135,82 +121,69 @@ TEST(Vsip, APictureInOlderBytesCounts) {
   Session session;
   ASSERT_TRUE(session.opened);
   const std::string older(60000, 'o');
-  session.device.stream.write(packet(0, older + kVop + "tail") + packet(0, kVos) + packet(0, kVop));
-  ASSERT_TRUE(session.host.video()->awaitFrames(2));
-  const auto frames = session.host.video()->data();
+  session.sends(packet(0, older + kVop + "tail") + packet(0, kVos) + packet(0, kVop));
+  ASSERT_TRUE(session.video().awaitFrames(2));
+  const auto frames = session.video().data();
   EXPECT_EQ(frames[0], kVos + older.substr(kVos.size()));
   EXPECT_EQ(frames[1].size(), 65536U + kVos.size() - older.size());
   EXPECT_EQ(frames[1].substr(0, 8), kVop + "tail");
 }
 
-TEST(Vsip, FailuresEndTheProcess) {
-  const std::string lost = "CRT-5051 Failed read from socket: ";
-  const auto send = [](const std::string& data) {
-    return [data](Device& device) { device.open() && device.stream.write(data); };
+TEST(Vsip, RefusedKeysEndTheProcess) {
+  const struct {
+    const char* key;
+    std::string value;
+    const char* text;
+  } cases[] = {
+      {"DEFINEDUID", std::string(64, '7'), "CRT-5050 Failed to parse UID. Size (32) incorrect"},
+      {"DEFINEDUID", "no hex", "CRT-5050 Failed to parse UID. Size (0) incorrect"},
+      {"MEDIA_FORMAT", "h264", "CRT-5013 h264 is not currently supported"},
+      {"HTTP_PORT", "1", "CRT-5009 Unable to connect() to 127.0.0.1"},
   };
+  for (const auto& c : cases) {
+    const auto play = [](Device& device) { device.open(); };
+    EXPECT_FATAL_EXIT(Session::startAgainst(play, {{c.key, c.value}}), c.text);
+  }
+}
+
+TEST(Vsip, DeviceFailuresEndTheProcess) {
+  const std::string lost = "CRT-5051 Failed read from socket: ";
   std::string full = packet(0, kVos + kVop + std::string(50000, 'f'));
   for (int i = 0; i < 18; ++i) full += packet(1, std::string(50000, 'n'));
   full += packet(1, std::string(50000 - 4, 'n'));  // a million, the headers being gone
   const struct {
     const char* what;
-    TestHost::Keys changed;
-    std::function<void(Device&)> play;
+    Session::Play play;
     std::string text;
   } cases[] = {
-      {"short identifier",
-       {{"DEFINEDUID", std::string(64, '7')}},
-       send(""),
-       "CRT-5050 Failed to parse UID. Size (32) incorrect"},
-      {"no identifier",
-       {{"DEFINEDUID", "no hex"}},
-       send(""),
-       "CRT-5050 Failed to parse UID. Size (0) incorrect"},
-      {"format", {{"MEDIA_FORMAT", "h264"}}, send(""), "CRT-5013 h264 is not currently supported"},
-      {"page that is not there",
-       {{"HTTP_PORT", "1"}},
-       [](Device&) {},
-       "CRT-5009 Unable to connect() to 127.0.0.1"},
       {"request not answered",
-       {},
        [](Device& d) {
          d.keepAlive();
          d.streams.accept().read(40);
        },
        lost},
       {"page closes without an answer",
-       {},
        [](Device& d) {
          d.pages.accept().readUntil("\r\n\r\n");
          d.stream = d.streams.accept();
          d.stream.awaitClose();
        },
        "CRT-5010 Failed read from socket: "},
-      {"stream closed", {}, send(""), lost},
-      {"empty payload", {}, send(packet(0, "") + packet(0, "abcd")), lost},
-      {"headers without a picture",
-       {},
-       send(packet(0, kVos + "nothing")),
+      {"stream closed", Session::sending(""), lost},
+      {"empty payload", Session::sending(packet(0, "") + packet(0, "abcd")), lost},
+      {"headers without a picture", Session::sending(packet(0, kVos + "nothing")),
        "CRT-5058 Incorrect header"},
-      {"one byte too many",
-       {},
-       send(full + packet(1, "!") + "????"),
+      {"one byte too many", Session::sending(full + packet(1, "!") + "????"),
        "CRT-5005 Frame has been truncated. Please increase SINK_BUFFER_SIZE"},
-      {"wrapped length", {}, send(full + packet(1, "", 5) + "????"), "CRT-5005"},
-      {"JPEG too long",
-       {{"MEDIA_FORMAT", "mjpg"}},
-       send(full + packet(1, std::string(20, '!'))),
-       "CRT-5005"},
+      {"wrapped length", Session::sending(full + packet(1, "", 5) + "????"), "CRT-5005"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    Device device;
-    TestHost host(device.keys(c.changed));
-    const auto play = [&](Device& playing) {
-      c.play(playing);
-      playing.stream.close();
-    };
-    EXPECT_FATAL_EXIT((startAgainst<VSIPMediaProducerImpl, Device>(host, device, play)), c.text);
+    EXPECT_FATAL_EXIT(Session::startAgainst(c.play), c.text);
   }
+  EXPECT_FATAL_EXIT(Session::startAgainst(Session::sending(full + packet(1, std::string(20, '!'))),
+                                          {{"MEDIA_FORMAT", "mjpg"}}),
+                    "CRT-5005");
 }
 
 TEST(Vsip, ASilentPageDoesNotHoldUpTheEnd) {
