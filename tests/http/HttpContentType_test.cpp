@@ -26,16 +26,6 @@ TEST(HttpContentType, EachTypeHasItsCodec) {
   for (const auto& c : cases) EXPECT_STREQ(audioCodec(c.line), c.codec) << c.line;
 }
 
-TEST(HttpContentType, BoundaryEndsAtTheFirstForeignByte) {
-  const std::string head = "Content-Type: multipart/x-mixed-replace; boundary=";
-  EXPECT_EQ(multipartBoundary(head + "abc123-x\r\n", 0), "--abc123");
-  EXPECT_EQ(multipartBoundary(head + "--abc\r\n", 2), "--abc");
-  EXPECT_EQ(multipartBoundary(head + "\"abc\"", 0), "--");
-  EXPECT_EQ(multipartBoundary(head + std::string(300, 'b'), 0), "--" + std::string(250, 'b'));
-  EXPECT_EQ(multipartBoundary(head, 2), "--");
-  EXPECT_EQ(multipartBoundary("Content-Type: multipart/mixed", 0), "");
-}
-
 TEST(HttpHeader, NumbersAsScanfReadsThem) {
   const struct {
     const char* line;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <random>
-#include <string>
 #include <vector>
 
 using Kelvane::JpegScan;
@@ -13,64 +12,47 @@ namespace {
 
 constexpr std::size_t kBegin = 8;
 
+using Bytes = std::vector<std::uint8_t>;
+
 struct Outcome {
-  std::vector<std::uint8_t> frame;
+  Bytes frame;
   JpegScan::Result result{};
   std::size_t length = 0;
   std::size_t consumed = 0;
 };
 
 // Byte after byte, where a read at the end of input gives -1, stored as 0xFF.
-Outcome byteWise(const std::string& input, std::size_t size, std::vector<std::uint8_t> frame) {
+Outcome byteWise(const Bytes& input, std::size_t size, Bytes frame) {
   Outcome outcome;
-  std::size_t from = 0;
-  const auto get = [&] {
-    return from < input.size() ? static_cast<std::uint8_t>(input[from++]) : std::uint8_t{0xFF};
-  };
   std::size_t at = kBegin;
-  std::size_t p = 0;
-  while (true) {
-    frame[at] = get();
-    if (frame[at++] == 0xFF) {
-      frame[at] = get();
-      if (frame[at++] == 0xD9) {
-        p = at - 1;
-        break;
-      }
-    }
-    if (at > size) {
-      p = at;
-      break;
-    }
-  }
-  if (frame[p - 1] == 0xFF && frame[p] == 0xD9) {
+  const auto isNext = [&](std::uint8_t wanted) {
+    frame[at] = outcome.consumed < input.size() ? input[outcome.consumed++] : 0xFF;
+    return frame[at++] == wanted;
+  };
+  bool found = false;
+  while (!found && at <= size) found = isNext(0xFF) && isNext(0xD9);
+  const std::uint8_t* last = &frame[found ? at - 1 : at];
+  if (last[-1] == 0xFF && last[0] == 0xD9) {
     outcome.result = JpegScan::Result::complete;
-  } else if (frame[p - 1] == 0xFF && frame[p - 2] == 0xFF && frame[p - 3] == 0xFF &&
-             frame[p - 4] == 0xFF) {
+  } else if (std::count(last - 4, last, 0xFF) == 4) {
     outcome.result = JpegScan::Result::closed;
   } else {
     outcome.result = JpegScan::Result::truncated;
   }
-  outcome.length = p + 1;
-  outcome.consumed = from;
+  outcome.length = static_cast<std::size_t>(last - frame.data()) + 1;
   outcome.frame = std::move(frame);
   return outcome;
 }
 
 template <class BlockSize>
-Outcome inBlocks(const std::string& input, std::size_t size, std::vector<std::uint8_t> frame,
-                 BlockSize blockSize) {
+Outcome inBlocks(const Bytes& input, std::size_t size, Bytes frame, BlockSize blockSize) {
   Outcome outcome;
   JpegScan scan(frame.data(), kBegin, size);
-  while (!scan.done()) {
-    if (outcome.consumed == input.size()) {
-      scan.endOfInput();
-      break;
-    }
+  while (!scan.done() && outcome.consumed < input.size()) {
     const std::size_t block = std::min<std::size_t>(blockSize(), input.size() - outcome.consumed);
-    outcome.consumed +=
-        scan.take(reinterpret_cast<const std::uint8_t*>(input.data()) + outcome.consumed, block);
+    outcome.consumed += scan.take(input.data() + outcome.consumed, block);
   }
+  if (!scan.done()) scan.endOfInput();
   outcome.result = scan.result();
   outcome.length = scan.length();
   outcome.frame = std::move(frame);
@@ -88,10 +70,10 @@ TEST(JpegScan, EqualsTheByteWiseReaderOnAnyInput) {
     const unsigned kinds = 2 + random() % 40;
     const bool large = round % 4 == 0;  // several strides of the search
     const std::size_t size = kBegin + random() % (large ? 480 : 48);
-    std::string input(random() % (large ? 640 : 64), '\0');
-    for (char& c : input) c = static_cast<char>(values[std::min<std::size_t>(random() % kinds, 5)]);
+    Bytes input(random() % (large ? 640 : 64));
+    for (auto& byte : input) byte = values[std::min<std::size_t>(random() % kinds, 5)];
     // What an earlier frame has left: a test looks at one byte that is not written.
-    std::vector<std::uint8_t> stale(size + 3);
+    Bytes stale(size + 3);
     for (auto& byte : stale) byte = values[random() % 3];
 
     const Outcome model = byteWise(input, size, stale);
