@@ -2,10 +2,29 @@
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
 
 namespace Kelvane {
 
+namespace {
+
+// For so long a gigabit line does not fill a quarter of the socket's buffer,
+// which counts up to three times the bytes of a datagram.
+std::chrono::microseconds harmlessPause(int socket) {
+  constexpr int kLine = 125;  // bytes a microsecond
+  int room = 0;
+  socklen_t size = sizeof room;
+  getsockopt(socket, SOL_SOCKET, SO_RCVBUF, &room, &size);
+  return std::chrono::microseconds(room / 4 / kLine);
+}
+
+}  // namespace
+
+DatagramBatch::DatagramBatch(int socket, unsigned char payloadType)
+    : socket_(socket), pause_(std::min(kPause, harmlessPause(socket))), admission_(payloadType) {}
+
 void DatagramBatch::receive() {
+  std::this_thread::sleep_until(resume_);
   mmsghdr messages[kDatagrams] = {};
   iovec places[kDatagrams];
   for (std::size_t i = 0; i < kDatagrams; ++i) {
@@ -19,6 +38,8 @@ void DatagramBatch::receive() {
   next_ = 0;
   count_ = got > 0 ? static_cast<std::size_t>(got) : 0;
   for (std::size_t i = 0; i < count_; ++i) lengths_[i] = messages[i].msg_len;
+  // A full batch says that more wait.
+  if (count_ < kDatagrams) resume_ = Clock::now() + pause_;
 }
 
 void DatagramBatch::keep() {
