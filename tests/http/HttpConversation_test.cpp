@@ -114,28 +114,26 @@ TEST(HttpConversation, WhatGoesWrongAheadOfTheBodyEndsTheProcess) {
       "HTTP/1.0 401 No\r\nX: y\r\nWWW-Authenticate: Digest realm=\"r\", nonce=\"n\"";
   const TestHost::Keys login{{"USRNAME", "u"}, {"PASSWD", "p"}};
   const struct {
-    std::vector<std::string> answers;
-    TestHost::Keys keys;
     const char* text;
+    std::vector<std::string> answers;
+    TestHost::Keys keys = {};
   } cases[] = {
-      {{""}, {}, "CRT-5012 Server return no data"},
-      {{kAccepted, ""}, {}, "CRT-5012"},  // also on a later connection
-      {{"HTTP/1.1 404 Not Found\r\n"},
-       {},
-       "CRT-5011 Request failed. Server response: HTTP/1.1 404"},
-      {{"HTTP/1.0 302 Found\r\n"}, {}, "CRT-5011"},
-      {{"HTTP/2 200 OK\r\n"}, {}, "response: HTTP/2 200"},
-      {{" HTTP/1.0 200 OK\r\n"}, {}, "CRT-5011"},
-      {{"HTTP/1.0 20"}, {}, "response: HTTP/1.0 20"},
-      {{"HTTP/1.0 401 No\r\nWWW-Authenticate: Basic\r\nX-Last: line\r\n"},
-       login,
-       "CRT-5011 Request failed. Server response: X-Last: line"},
-      {{digest + "\r\n", "HTTP/1.0 401 Again\r\n"}, login, "response: HTTP/1.0 401 Again"},
-      {{digest + "\r\n", kAccepted, "HTTP/1.1 401 Stale\r\n"}, login, "response: HTTP/1.1 401 S"},
-      {{digest + ", algorithm=SHA-256\r\n"}, login, "Digest algorithm SHA-256 is not supported"},
-      {{digest + ", algorithm=SHA-256\r\n"}, login, "response: WWW-Authenticate: Digest realm"},
-      {{digest + "\r\n"}, {}, "Could not construct URL. Required param absent or invalid ("},
-      {{"HTTP/1.0 200 OK\r\n"}, {{"MEDIA_FORMAT", "MJPG"}}, "CRT-5013 MJPG is not currently"},
+      {"CRT-5012 Server return no data", {""}},
+      {"CRT-5012", {kAccepted, ""}},  // also on a later connection
+      {"CRT-5011 Request failed. Server response: HTTP/1.1 404", {"HTTP/1.1 404 Not Found\r\n"}},
+      {"CRT-5011", {"HTTP/1.0 302 Found\r\n"}},
+      {"response: HTTP/2 200", {"HTTP/2 200 OK\r\n"}},
+      {"CRT-5011", {" HTTP/1.0 200 OK\r\n"}},
+      {"response: HTTP/1.0 20", {"HTTP/1.0 20"}},
+      {"CRT-5011 Request failed. Server response: X-Last: line",
+       {"HTTP/1.0 401 No\r\nWWW-Authenticate: Basic\r\nX-Last: line\r\n"},
+       login},
+      {"response: HTTP/1.0 401 Again", {digest + "\r\n", "HTTP/1.0 401 Again\r\n"}, login},
+      {"response: HTTP/1.1 401 S", {digest + "\r\n", kAccepted, "HTTP/1.1 401 Stale\r\n"}, login},
+      {"Digest algorithm SHA-256 is not supported", {digest + ", algorithm=SHA-256\r\n"}, login},
+      {"response: WWW-Authenticate: Digest realm", {digest + ", algorithm=SHA-256\r\n"}, login},
+      {"Could not construct URL. Required param absent or invalid (", {digest + "\r\n"}},
+      {"CRT-5013 MJPG is not currently", {"HTTP/1.0 200 OK\r\n"}, {{"MEDIA_FORMAT", "MJPG"}}},
   };
   for (const auto& c : cases) {
     EXPECT_FATAL_REPORT(startAgainst(c.answers, c.keys), c.text, "STREAM_LOST UNK") << c.text;

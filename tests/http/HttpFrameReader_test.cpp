@@ -68,6 +68,7 @@ TEST(HttpFrameReader, EveryHeaderFormTellsTheLength) {
   const std::string headers[] = {
       "Content-Length: 5\r\n\r\n",
       "Content-length:5\n\n",
+      "DataLen: \t +005kB\r\n\r\n",
       "Server: x\r\nDataLen: 5\r\nX: y\r\n\r\n",
       // The second header that matters ends the lines; the rest is skipped.
       "Content-Length: 5\r\nPragma: trigger=in1\r\nX-Left: over\r\n\r\n",
@@ -89,9 +90,10 @@ TEST(HttpFrameReader, LengthsAtTheEdges) {
   const std::string whole = std::string(1, '\0') + std::string(kSize - 1, 'x');
   EXPECT_THAT(reader.http(with("DataLen: 1\r\n\r\n", "\x01\xFF")), ElementsAre("\xFF"));
   EXPECT_THAT(reader.http(with("DataLen: 1000000\r\n\r\n", whole)), ElementsAre(whole));
-  // Unknown: nothing, zero, too much, negative, no number, beyond any integer.
-  for (const char* length :
-       {"", "DataLen: 0", "DataLen: 1000001", "DataLen: -5", "DataLen: x", "DataLen: 4294967396"}) {
+  // Unknown: nothing, zero, too much, negative, no number, beyond any integer, another name.
+  for (const char* length : {"", "DataLen: 0", "DataLen: 1000001", "DataLen: -5", "DataLen: x",
+                             "DataLen:", "DataLen: 4294967396", "DataLen: -99999999999999999999",
+                             "DataLen : 9", " DataLen: 9", "datalen: 9", "DataLe"}) {
     const std::string header = *length == '\0' ? "\r\n" : std::string(length) + "\r\n\r\n";
     EXPECT_THAT(reader.http(with(header, jpeg(700))), ElementsAre(jpeg(700))) << length;
   }
