@@ -89,27 +89,19 @@ TEST(RtspFailure, HasItsTextStateAndStatus) {
 }
 
 TEST(RtspFailure, AtTheStart) {
-  const TestHost::Keys address{{"PROTO", "RTSP"}, {"DEVIP", "127.0.0.1"}};
-  {
-    TestHost host(address);
-    EXPECT_FATAL_REPORT(receive(host),
-                        "Could not construct URL. Required param absent or invalid (",
-                        "STREAM_LOST UNK");
-  }
-  TestHost::Keys keys{{"RTSP_URL", "/live"},
-                      {"USRNAME", ""},
-                      {"PASSWD", ""},
-                      {"RTSP_PORT", std::to_string(freeTcpPort())}};
-  keys.insert(address.begin(), address.end());
-  {
+  const auto receiveFrom = [](const TestHost::Keys& keys) {
     TestHost host(keys);
-    EXPECT_LEAVES(
-        receive(host), 0,
-        AllOf(HasSubstr("CRT-5015 Failed to get a SDP description from URL \"rtsp://127.0.0.1:"),
-              HasSubstr("Connection refused"), HasSubstr("state UNKNOWN UNK")));
-  }
+    receive(host);
+  };
+  EXPECT_FATAL_REPORT(receiveFrom({{"PROTO", "RTSP"}, {"DEVIP", "127.0.0.1"}}),
+                      "Could not construct URL. Required param absent or invalid (",
+                      "STREAM_LOST UNK");
+  auto keys = rtspKeys(std::to_string(freeTcpPort()), "on");
+  EXPECT_LEAVES(
+      receiveFrom(keys), 0,
+      AllOf(HasSubstr("CRT-5015 Failed to get a SDP description from URL \"rtsp://127.0.0.1:"),
+            HasSubstr("Connection refused"), HasSubstr("state UNKNOWN UNK")));
   keys.erase("RTSP_PORT");
   keys["DEVIP"] = ownLoopbackAddress();
-  TestHost host(keys);
-  EXPECT_LEAVES(receive(host), 0, HasSubstr("rtsp://" + keys["DEVIP"] + ":554/live\": "));
+  EXPECT_LEAVES(receiveFrom(keys), 0, HasSubstr("rtsp://" + keys["DEVIP"] + ":554/live\": "));
 }
