@@ -225,7 +225,7 @@ TEST(CornetMediaProducerImpl, OnlyAListenerTellsThatItWaits) {
       if (waits) {
         EXPECT_TRUE(eventually([&] { return host.pidUpdates() >= 1; }));
       } else {
-        ASSERT_TRUE(awaitUdpPort(std::stoi(keys["RTP_UNICAST_PORT"])));
+        ASSERT_TRUE(awaitPort("udp", std::stoi(keys["RTP_UNICAST_PORT"])));
       }
       host.stop();
       EXPECT_TRUE(host.awaitEnd());

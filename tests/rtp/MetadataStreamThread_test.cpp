@@ -38,7 +38,7 @@ TEST(MetadataStreamThread, WholePacketsReachTheHostBesideTheProducer) {
   TestHost host({{"METADATA_PORT", std::to_string(port)}});
   Idle producer(host);
   host.run(producer);
-  ASSERT_TRUE(awaitUdpPort(port));
+  ASSERT_TRUE(awaitPort("udp", port));
   UdpSender device(port);
   TsBuilder ts;
   device.send(ts.pat(256) + ts.pmt(256, {{TsBuilder::kPrivate, 300}}));

@@ -146,8 +146,8 @@ TEST(RTPMediaProducerImpl, TheEndOfPlayClosesTheSocketAndTheLoopRunsOn) {
   // On the event loop's thread, as live555 would.
   host.env().taskScheduler().scheduleDelayedTask(50000, Producer::sessionAfterPlaying, &producer);
   host.run(producer);
-  ASSERT_TRUE(awaitUdpPort(port));
-  EXPECT_TRUE(eventually([&] { return !udpPortBound(port); }));
+  ASSERT_TRUE(awaitPort("udp", port));
+  EXPECT_TRUE(eventually([&] { return !portServed("udp", port); }));
   host.stop();
   EXPECT_TRUE(host.awaitEnd());
 }

@@ -4,8 +4,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <fstream>
-#include <iomanip>
 #include <sstream>
 #include <stdexcept>
 
@@ -35,24 +33,10 @@ void UdpSender::send(const std::string& datagram) {
   }
 }
 
-bool udpPortBound(int port) {
-  std::ostringstream wanted;
-  wanted << ":" << std::uppercase << std::hex << std::setw(4) << std::setfill('0') << port
-         << " 00000000:0000";
-  std::ifstream table("/proc/net/udp");
-  std::stringstream text;
-  text << table.rdbuf();
-  return text.str().find(wanted.str()) != std::string::npos;
-}
-
-bool awaitUdpPort(int port) {
-  return eventually([port] { return udpPortBound(port); });
-}
-
 Reception::Reception(const TestHost::Keys& keys)
     : host(keys), producer_(select(host)), device_(std::stoi(keys.at("RTP_UNICAST_PORT"))) {
   host.run(*producer_);
-  EXPECT_TRUE(awaitUdpPort(std::stoi(keys.at("RTP_UNICAST_PORT")) % 65536));
+  EXPECT_TRUE(awaitPort("udp", std::stoi(keys.at("RTP_UNICAST_PORT")) % 65536));
 }
 
 Reception::~Reception() {

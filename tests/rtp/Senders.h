@@ -20,10 +20,6 @@ class UdpSender {
   Kelvane::UniqueFd fd_;
 };
 
-// Whether some socket of this machine is bound to the UDP port.
-bool udpPortBound(int port);
-bool awaitUdpPort(int port);
-
 // The producer that `keys` select, receiving, and a device that sends to its
 // RTP_UNICAST_PORT. The destructor stops it and looks at how it ends.
 class Reception {

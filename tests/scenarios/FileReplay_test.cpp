@@ -10,10 +10,9 @@
 using namespace testsupport;
 
 // The frames' sizes cut the file into pieces without a gap, whose checksums
-// are the frames'; as many as the encoder made, twice, at the wanted rate.
+// are the frames'; as many as the encoder made, twice.
 TEST(FileReplay, TheTraceHasTheFramesOfTheFileInOrderAndTheEventsOfARun) {
   constexpr unsigned kFramesInClip = 25;
-  constexpr double kFramerate = 50;
   const TemporaryFolder folder;
   const std::string source = folder.path() + "/clip";
   outputOf({builtProgram("camsim"), "clip", "--seconds", "1", source + ".h264"});
@@ -39,14 +38,6 @@ TEST(FileReplay, TheTraceHasTheFramesOfTheFileInOrderAndTheEventsOfARun) {
     EXPECT_EQ(frames[i]["media"].asString(), "video");
     offset += expected.size();
   }
-  // The first frame does not wait, and a late one moves the schedule: never faster.
-  const auto at = [&](unsigned i) {
-    return frames[i]["tv"][0].asDouble() + frames[i]["tv"][1].asDouble() / 1e6;
-  };
-  const double rate = (2 * kFramesInClip - 2) / (at(2 * kFramesInClip - 1) - at(1));
-  EXPECT_LT(rate, kFramerate * 1.03);
-  EXPECT_GT(rate, kFramerate * 0.6);
-
   const auto events = program.events();
   EXPECT_EQ(events.front()["event"], "start");
   EXPECT_EQ(events.front()["producer"], "FAKEMediaProducerImpl");

@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "support/RetrieverProgram.h"
 
@@ -27,18 +26,6 @@ RetrieverProgram::Keys keysFor(const std::string& port, const RetrieverProgram::
                {"USRNAME", ""},
                {"PASSWD", ""}});
   return keys;
-}
-
-// Without connecting: some servers take one connection only.
-bool awaitListening(int port) {
-  char entry[32];
-  snprintf(entry, sizeof entry, ":%04X 00000000:0000 0A", port);
-  return eventually([&] {
-    std::ifstream table("/proc/net/tcp");
-    std::stringstream text;
-    text << table.rdbuf();
-    return text.str().find(entry) != std::string::npos;
-  });
 }
 
 // Codec and number of frames that decode.
@@ -100,7 +87,7 @@ TEST(HttpServers, FfmpegsMultipartOutput) {
                      "exec ffmpeg -v error -nostdin -re -f lavfi -i testsrc2=size=352x288:rate=25 "
                      "-c:v mjpeg -q:v 5 -f mpjpeg -chunked_post 0 -listen 1 http://127.0.0.1:" +
                          std::to_string(port) + "/stream"});
-  ASSERT_TRUE(awaitListening(port)) << ffmpeg.output();
+  ASSERT_TRUE(awaitPort("tcp", port)) << ffmpeg.output();
   const TemporaryFolder folder;
   RetrieverProgram program(keysFor(std::to_string(port)),
                            {"--record", folder.path(), "--duration", "1.5"});
@@ -128,7 +115,7 @@ TEST(HttpServers, NginxServesBoschPictures) {
                                   temporary + "server {\nlisten 127.0.0.1:" + std::to_string(port) +
                                   ";\nroot " + base + ";\n}\n}\n");
   Subprocess nginx({"/usr/sbin/nginx", "-p", base, "-e", "stderr", "-c", base + "/nginx.conf"});
-  ASSERT_TRUE(awaitListening(port)) << nginx.output();
+  ASSERT_TRUE(awaitPort("tcp", port)) << nginx.output();
   RetrieverProgram program(
       keysFor(std::to_string(port), {{"CAMERAMODEL", "Bosch"}, {"FRAMERATE", "10"}}),
       {"--duration", "1.5"});
@@ -162,7 +149,7 @@ TEST(HttpServers, LighttpdsDigestIsAnswered) {
             "auth.require = (\"\" => (\"method\" => \"digest\", \"realm\" => \"camera\", "
             "\"require\" => \"valid-user\"))\n");
   Subprocess lighttpd({"/usr/sbin/lighttpd", "-D", "-f", base + "/lighttpd.conf"});
-  ASSERT_TRUE(awaitListening(port)) << lighttpd.output();
+  ASSERT_TRUE(awaitPort("tcp", port)) << lighttpd.output();
   RetrieverProgram program(
       keysFor(std::to_string(port), {{"USRNAME", "admin"}, {"PASSWD", "secret"}}));
   ASSERT_TRUE(program.awaitEvents("frame", 10)) << program.output();

@@ -100,7 +100,6 @@ TEST(ProgramEnd, FailuresLeaveWithStatusTextAndState) {
        {},
        "Could not open file /nonexistent/clip.h264: No such file or directory",
        {"STREAM_LOST UNK"}},
-      {{{"PROTO", "FAKE"}}, {}, "ERROR", {}},
       {{{"PROTO", "FAKE"}}, {}, "Configuration key SOURCE is absent", {}},
       {{{"PROTO", "FAKE"}}, {"--no-log-category"}, " ERROR - Program.cpp ", {}},
       {{{"PROTO", "gopher"}}, {}, "CRT-5024 gopher is not implemented", {}},

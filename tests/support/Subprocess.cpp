@@ -9,8 +9,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 extern char** environ;
@@ -100,6 +103,18 @@ HeldPort::HeldPort(int type) : fd(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
     throw std::runtime_error("no free port");
   }
   port = ntohs(address.sin_port);
+}
+
+bool portServed(const char* protocol, int port) {
+  char entry[32];
+  snprintf(entry, sizeof entry, ":%04X 00000000:0000 ", port);
+  std::ifstream table(std::string("/proc/net/") + protocol);
+  const std::string text{std::istreambuf_iterator<char>(table), {}};
+  return text.find(entry) != std::string::npos;
+}
+
+bool awaitPort(const char* protocol, int port) {
+  return eventually([=] { return portServed(protocol, port); });
 }
 
 int freeTcpPort() {

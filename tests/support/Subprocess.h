@@ -45,6 +45,10 @@ struct HeldPort {
   Kelvane::UniqueFd fd;
   int port = 0;
 };
+// Whether some socket of this machine receives on the port ("udp") or listens there ("tcp"),
+// found out without a connection.
+bool portServed(const char* protocol, int port);
+bool awaitPort(const char* protocol, int port);
 // A TCP port of 127.0.0.1 that is free now.
 int freeTcpPort();
 // A free even UDP port whose successor is free too.

@@ -50,35 +50,10 @@ bool CapturingSink::awaitFrames(std::size_t count) {
   return changed_.wait_for(held, kPatience, [&] { return frames_.size() >= count; });
 }
 
-std::vector<SinkFrame> CapturingSink::frames() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return frames_;
-}
-
 std::vector<std::string> CapturingSink::data() {
   std::vector<std::string> all;
   for (const SinkFrame& frame : frames()) all.push_back(frame.data);
   return all;
-}
-
-std::size_t CapturingSink::count() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return frames_.size();
-}
-
-std::vector<std::string> CapturingSink::codecs() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return codecs_;
-}
-
-std::vector<std::string> CapturingSink::configs() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return configs_;
-}
-
-std::vector<std::string> CapturingSink::triggers() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return triggers_;
 }
 
 namespace {
@@ -143,35 +118,7 @@ void TestHost::stop() {
 }
 
 bool TestHost::awaitEnd() {
-  return eventually([this] {
-    std::lock_guard<std::mutex> held(mutex_);
-    return ended_;
-  });
-}
-
-std::vector<TestHost::Initialised> TestHost::initialised() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return initialised_;
-}
-
-std::vector<TestHost::IntakeFrame> TestHost::intake() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return intake_;
-}
-
-std::vector<std::string> TestHost::states() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return states_;
-}
-
-int TestHost::pidUpdates() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return pidUpdates_;
-}
-
-std::vector<std::string> TestHost::extraData() {
-  std::lock_guard<std::mutex> held(mutex_);
-  return extraData_;
+  return eventually([this] { return copied(mutex_, ended_); });
 }
 
 void TestHost::onInit(Kelvane::MEDIA_TYPE media, const std::string& codec,

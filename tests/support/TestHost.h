@@ -22,6 +22,13 @@
 
 namespace testsupport {
 
+// Of what another thread adds to.
+template <class Member>
+Member copied(std::mutex& mutex, const Member& member) {
+  std::lock_guard<std::mutex> held(mutex);
+  return member;
+}
+
 struct SinkFrame {
   std::string data;
   timeval tv;
@@ -42,12 +49,15 @@ class CapturingSink : public Kelvane::AbstractSink {
 
   // False when fewer frames came within the deadline.
   bool awaitFrames(std::size_t count);
-  std::vector<SinkFrame> frames();
+  std::vector<SinkFrame> frames() { return copied(mutex_, frames_); }
   std::vector<std::string> data();  // of the frames
-  std::size_t count();
-  std::vector<std::string> codecs();    // one entry a call of init()
-  std::vector<std::string> configs();   // likewise
-  std::vector<std::string> triggers();  // one entry a call of setTrigger()
+  std::size_t count() { return frames().size(); }
+  std::vector<std::string> codecs() {
+    return copied(mutex_, codecs_);
+  }  // one entry a call of init()
+  std::vector<std::string> configs() { return copied(mutex_, configs_); }  // likewise
+  // One entry a call of setTrigger().
+  std::vector<std::string> triggers() { return copied(mutex_, triggers_); }
   // Called on the delivering thread, behind each frame.
   void onFrame(std::function<void(const SinkFrame&)> call) { onFrame_ = std::move(call); }
 
@@ -84,8 +94,6 @@ class TestHost : public Kelvane::HostObserver {
   CapturingSink* audio() { return audio_; }
   CapturingSink* video() { return video_; }
   CapturingSink* metadata() { return metadata_; }
-  void forgetVideo() { video_ = nullptr; }
-  void forgetSinks() { audio_ = video_ = metadata_ = nullptr; }
 
   // Runs producer.init() and start() on a thread of its own.
   void run(Kelvane::NETMediaProducerImpl& producer);
@@ -106,11 +114,14 @@ class TestHost : public Kelvane::HostObserver {
     timeval tv;
     std::string objects;
   };
-  std::vector<Initialised> initialised();
-  std::vector<IntakeFrame> intake();  // frames that reached the frame intake
-  std::vector<std::string> states();  // "STREAM_LOST NET_FAILURE"
-  int pidUpdates();
-  std::vector<std::string> extraData();  // "name seconds.microseconds record"
+  std::vector<Initialised> initialised() { return copied(mutex_, initialised_); }
+  // Frames that reached the frame intake.
+  std::vector<IntakeFrame> intake() { return copied(mutex_, intake_); }
+  // "STREAM_LOST NET_FAILURE"
+  std::vector<std::string> states() { return copied(mutex_, states_); }
+  int pidUpdates() { return copied(mutex_, pidUpdates_); }
+  // "name seconds.microseconds record"
+  std::vector<std::string> extraData() { return copied(mutex_, extraData_); }
 
   void onInit(Kelvane::MEDIA_TYPE media, const std::string& codec,
               const std::string& config) override;
