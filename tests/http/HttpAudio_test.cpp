@@ -143,7 +143,8 @@ TEST(HttpAudio, PartsThatDoNotFitEndTheProcess) {
       camera.sendLine("\r\n");
       camera.finish();
     };
-    EXPECT_FATAL_REPORT(part(), "CRT-5005", "STREAM_LOST UNK") << length;
+    SCOPED_TRACE(length);
+    EXPECT_FATAL_REPORT(part(), "CRT-5005", "STREAM_LOST UNK");
   }
 }
 

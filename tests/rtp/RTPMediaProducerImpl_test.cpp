@@ -129,9 +129,11 @@ TEST(RTPMediaProducerImpl, BadConfigurationIsReported) {
 // Silence would be all that shows when two cameras share a port.
 TEST(RTPMediaProducerImpl, APortThatIsTakenIsReported) {
   const auto keys = keysFor("h264");
-  Reception first(keys);
-  RTPMediaProducerImpl second(first.host.audio(), first.host.video());
-  EXPECT_FATAL_REPORT(second.start(), "Can't bind port " + keys.at("RTP_UNICAST_PORT"),
+  const auto receiveTwice = [&] {
+    Reception first(keys);
+    RTPMediaProducerImpl(first.host.audio(), first.host.video()).start();
+  };
+  EXPECT_FATAL_REPORT(receiveTwice(), "Can't bind port " + keys.at("RTP_UNICAST_PORT"),
                       "STREAM_LOST UNK");
 }
 

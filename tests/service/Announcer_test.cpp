@@ -19,7 +19,6 @@ using testsupport::BusServer;
 struct Site {
   BusServer bus{testsupport::ownLoopbackAddress(), 10000};
   testsupport::TestHost host{{"MASTER_NODE", bus.address()}, {"OBJID", "4711"}};
-  TDX_Service service{bus.address(), 10000, "", "", TDX_Service::Transport_MBUS};
 };
 
 // Keeps whole actions, as the event log would.
@@ -42,18 +41,55 @@ class Log : public testsupport::ElogHandler {
   std::vector<NV_TDX::Action> actions_;
 };
 
+// The host's session on the broker.
+struct HostSession {
+  explicit HostSession(const testsupport::BrokerServer& broker)
+      : factory(cms::ConnectionFactory::createCMSConnectionFactory(broker.uri())),
+        connection(
+            factory->createConnection(testsupport::kBrokerUser, testsupport::kBrokerPassword)),
+        session(connection->createSession()) {
+    set(session.get());
+  }
+  ~HostSession() { set(nullptr); }
+  HostSession(const HostSession&) = delete;
+  HostSession& operator=(const HostSession&) = delete;
+
+  static void set(cms::Session* session) {
+    Kelvane::Retriever::instance(nullptr, nullptr, nullptr, nullptr)->setCMSSession(session);
+  }
+
+  std::unique_ptr<cms::ConnectionFactory> factory;
+  std::unique_ptr<cms::Connection> connection;
+  std::unique_ptr<cms::Session> session;
+};
+
 void alive(Kelvane::PushInMediaAnnoncer& announcer, time_t seconds, std::string text) {
   announcer.annonceAlive({seconds, 0}, text.data());
 }
 
 }  // namespace
 
+// Named so to run ahead of what leaves the bus's threads behind.
+TEST(AnnouncerDeathTest, AFirstPositionThatCannotBeSentEndsTheProcess) {
+  const Site site;
+  const testsupport::BrokerServer broker;
+  const auto announce = [&] {
+    const std::unique_ptr<Kelvane::PushInMediaAnnoncer> announcer(
+        mretriever_createPushInMediaAnnoncer());
+    const HostSession session(broker);
+    session.connection->close();
+    announcer->annonceGPS({100, 7}, 1, 1, 1);
+  };
+  EXPECT_FATAL_EXIT(announce(), "CMS error: the connection is closed");
+}
+
 TEST(Announcer, TellsTheEventLogOnceASecondAndSurvivesItsFailures) {
-  Site site;
+  const Site site;
+  TDX_Service service(site.bus.address(), 10000, "", "", TDX_Service::Transport_MBUS);
   const auto log = std::make_shared<Log>();
-  site.service.add_processor("tdx.eventlog", std::make_shared<NV_TDX::ELogProcessor>(log));
-  std::thread serving([&] { site.service.serve(1, nullptr); });
-  NV_TDX::ELogClient probe(site.service.proto_("tdx.eventlog"));
+  service.add_processor("tdx.eventlog", std::make_shared<NV_TDX::ELogProcessor>(log));
+  std::thread serving([&] { service.serve(1, nullptr); });
+  NV_TDX::ELogClient probe(service.proto_("tdx.eventlog"));
   ASSERT_TRUE(testsupport::eventually([&] {
     probe.submitActionA(testsupport::action("probe"));
     return !log->messages().empty();
@@ -87,7 +123,7 @@ TEST(Announcer, TellsTheEventLogOnceASecondAndSurvivesItsFailures) {
   EXPECT_THAT(told,
               testing::ElementsAre("iStream device woke up", "door open\r\n", "refuse", "break"));
 
-  site.service.shutdown();
+  service.shutdown();
   serving.join();
   testing::internal::CaptureStderr();
   alive(*announcer, 1700000004, "nobody listens");
@@ -96,7 +132,7 @@ TEST(Announcer, TellsTheEventLogOnceASecondAndSurvivesItsFailures) {
 }
 
 TEST(Announcer, SendsPositionsToTheTopic) {
-  Site site;
+  const Site site;
   const std::unique_ptr<Kelvane::PushInMediaAnnoncer> announcer(
       mretriever_createPushInMediaAnnoncer());
   testing::internal::CaptureStderr();
@@ -106,22 +142,13 @@ TEST(Announcer, SendsPositionsToTheTopic) {
   testsupport::BrokerServer broker;
   const auto reader = javaClient(broker, "listen", "amq.gis.topic", "3");
   ASSERT_TRUE(reader->awaitOutput("ready")) << reader->output();
-  const std::unique_ptr<cms::ConnectionFactory> factory(
-      cms::ConnectionFactory::createCMSConnectionFactory(broker.uri()));
-  const std::unique_ptr<cms::Connection> connection(
-      factory->createConnection(testsupport::kBrokerUser, testsupport::kBrokerPassword));
-  const std::unique_ptr<cms::Session> session(connection->createSession());
-  auto* retriever = Kelvane::Retriever::instance(nullptr, nullptr, nullptr, nullptr);
-  retriever->setCMSSession(session.get());
-
+  const HostSession session(broker);
   announcer->annonceGPS({100, 7}, 0, 0, 0);            // no position
   announcer->annonceGPS({100, 7}, 50.5F, -7.25F, 0);   // reported
   announcer->annonceGPS({100, 900000}, 51, 0, 300);    // kept for later
   announcer->annonceGPS({99, 0}, 0, 8, 0);             // kept, message time ran back
   announcer->annonceGPS({2147483648, 5}, 0, 9.5F, 0);  // filled up with what is known
-  connection->close();
-  const std::unique_ptr<Kelvane::PushInMediaAnnoncer> late(mretriever_createPushInMediaAnnoncer());
-  EXPECT_FATAL_EXIT(late->annonceGPS({100, 7}, 1, 1, 1), "CMS error: the connection is closed");
+  session.connection->close();
   testing::internal::CaptureStderr();
   announcer->annonceGPS({2147483649, 0}, 1, 1, 1);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
@@ -135,5 +162,4 @@ TEST(Announcer, SendsPositionsToTheTopic) {
                         "lon=\"-7.250000\" alt=\"0.000000\" pts=\"100000007\" />\n"
                         "text: <message type=\"gisTrgtMobile\" objid=\"4711\" lat=\"51.000000\" "
                         "lon=\"9.500000\" alt=\"300.000000\" pts=\"2147483648000005\" />\n"));
-  retriever->setCMSSession(nullptr);
 }

@@ -5,6 +5,7 @@
 #include <BasicUsageEnvironment.hh>
 #include <cstdarg>
 #include <cstdio>
+#include <filesystem>
 
 #include "ReadAheadScheduler.h"
 
@@ -160,6 +161,17 @@ std::unique_ptr<Kelvane::MediaFrame> mediaFrame(const std::string& data, Kelvane
       std::make_unique<Kelvane::MediaFrame>(copy, static_cast<std::uint32_t>(data.size()), media);
   frame->tv = tv;
   return frame;
+}
+
+bool onlyThread() {
+#ifdef __SANITIZE_THREAD__
+  return true;  // has a thread of its own and takes care of forks
+#else
+  return eventually([] {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return std::distance(begin(threads), end(threads)) == 1;
+  });
+#endif
 }
 
 std::string ownLoopbackAddress(int index) {

@@ -158,19 +158,26 @@ std::unique_ptr<Kelvane::MediaFrame> mediaFrame(const std::string& data, Kelvane
 // An address of 127.0.0.0/8 that only this process uses: for devices with fixed ports.
 std::string ownLoopbackAddress(int index = 0);
 
-// Expects that `statement` leaves the process with `status`, having printed
-// all the texts in `...` (gmock HasSubstr each) to standard error.
-#define EXPECT_LEAVES(statement, status, matcher) \
-  EXPECT_EXIT(statement, ::testing::ExitedWithCode(status), matcher)
+// True once the calling thread is the only one: what another thread holds at a
+// fork, the sanitizer's allocator say, stays locked in the child.
+bool onlyThread();
+
+// Expects that `statement` leaves the process with `status` and that what it
+// printed to standard error matches. Devices with threads belong into `statement`.
+#define EXPECT_LEAVES(statement, status, matcher)                       \
+  do {                                                                  \
+    EXPECT_TRUE(testsupport::onlyThread());                             \
+    EXPECT_EXIT(statement, ::testing::ExitedWithCode(status), matcher); \
+  } while (false)
 // A fatal report: status 1, log text, state.
-#define EXPECT_FATAL_REPORT(statement, text, state)        \
-  EXPECT_EXIT(statement, ::testing::ExitedWithCode(1),     \
-              ::testing::AllOf(::testing::HasSubstr(text), \
-                               ::testing::HasSubstr(std::string("state ") + (state))))
+#define EXPECT_FATAL_REPORT(statement, text, state)          \
+  EXPECT_LEAVES(statement, 1,                                \
+                ::testing::AllOf(::testing::HasSubstr(text), \
+                                 ::testing::HasSubstr(std::string("state ") + (state))))
 // A plain fatal exit: status 1, log text, no state.
-#define EXPECT_FATAL_EXIT(statement, text)                 \
-  EXPECT_EXIT(statement, ::testing::ExitedWithCode(1),     \
-              ::testing::AllOf(::testing::HasSubstr(text), \
-                               ::testing::Not(::testing::HasSubstr("state "))))
+#define EXPECT_FATAL_EXIT(statement, text)                   \
+  EXPECT_LEAVES(statement, 1,                                \
+                ::testing::AllOf(::testing::HasSubstr(text), \
+                                 ::testing::Not(::testing::HasSubstr("state "))))
 
 }  // namespace testsupport
