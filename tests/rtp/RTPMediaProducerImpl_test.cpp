@@ -1,6 +1,6 @@
-#include <sys/socket.h>
-
 #include "RTPMediaProducerImpl.h"
+
+#include <sys/socket.h>
 
 #include "Senders.h"
 #include "support/TcpPeer.h"
