@@ -9,6 +9,7 @@
 #include "DeviceGroupsock.h"
 #include "FailureReport.h"
 #include "PelcoSession.h"
+#include "ReadAheadScheduler.h"
 #include "axis2_stub_StreamControl.h"
 #include "axis2_stub_VideoOutput.h"
 
@@ -124,6 +125,7 @@ PelcoMediaProducerImpl::~PelcoMediaProducerImpl() {
 bool PelcoMediaProducerImpl::start() {
   const int port = openRtpPort();
   createSource();
+  readDatagramsAhead(*source_);
   vSink_->startPlaying(*source_, sessionAfterPlaying, this);
   startStream(port);
   runEventLoop();
