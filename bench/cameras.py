@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
-"""Start to first frame and memory, one line for each protocol.
+"""Start to first frame, CPU per gigabyte and memory, one line for each protocol.
 
-Where ffmpeg and GStreamer play the protocol, the time to their first output stands beside. CPU is
-compared elsewhere: http, rtsp, rtp_ts, and vendor_bench and pushin_bench with a bare receive loop.
+Where ffmpeg and GStreamer play the protocol, their figures stand beside. At some hundred kbit/s a
+gigabyte takes hours of frames, each of which wakes the process: how the CPU goes with the bytes is
+measured by http, rtsp, rtp_ts, and by vendor_bench and pushin_bench with a bare receive loop.
 """
 import contextlib
 import os
 import pathlib
+import re
 import socket
+import statistics
 import subprocess
 import tempfile
 import threading
@@ -18,6 +21,7 @@ import measure
 
 ROUNDS = 7
 PEER_ROUNDS = 3  # they take seconds
+COMES_UP, MEASURED = 1.5, 3  # seconds
 ID = f"bench{os.getpid()}"
 ADDRESS = f"127.{1 + os.getpid() % 200}.9.1"
 LOGIN = {"USRNAME": "admin", "PASSWD": "secret"}
@@ -49,9 +53,9 @@ def free_port():
 
 def file_device(folder):
     clip = os.path.join(folder, "clip")
-    subprocess.run([measure.CAMSIM, "clip", f"{clip}.h264"], check=True, stdout=subprocess.DEVNULL)
-    return Device([], {"PROTO": "FAKE", "SOURCE": clip}, ffmpeg=["-re", "-i", f"{clip}.h264"],
-                  gstreamer=f"filesrc location={clip}.h264 ! h264parse")
+    subprocess.run([measure.CAMSIM, "clip", "--seconds", "6", f"{clip}.h264"], check=True, stdout=subprocess.DEVNULL)
+    return Device([], {"PROTO": "FAKE", "SOURCE": clip},
+                  ffmpeg=["-re", "-i", f"{clip}.h264"])
 
 
 def http_device(media_format, *options):
@@ -164,20 +168,31 @@ def event_log():
                     pathlib.Path(left).unlink(missing_ok=True)
 
 
-def memory(command):
-    """Peak and proportional set size in MB after some seconds."""
-    process = measure.start(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    try:
-        time.sleep(3)
-        if process.poll() is not None:
-            raise RuntimeError(f"{' '.join(command)} ended with {process.returncode}")
-        return measure.peak_mb(process.pid), measure.pss_mb(process.pid)
-    finally:
-        measure.stop(process)
+class Running:
+    """CPU seconds a second, peak and proportional set size in MB of a process that has come up, and
+    the bytes a second that it tells of in its status lines."""
+
+    def __init__(self, command):
+        with tempfile.TemporaryFile("w+", errors="replace") as status:
+            process = measure.start(command, stdout=status, stderr=subprocess.DEVNULL)
+            try:
+                time.sleep(COMES_UP)
+                used = measure.cpu_seconds(process.pid)
+                time.sleep(MEASURED)
+                if process.poll() is not None:
+                    raise RuntimeError(f"{' '.join(command)} ended with {process.returncode}")
+                self.cpu = (measure.cpu_seconds(process.pid) - used) / MEASURED
+                self.peak_mb, self.pss_mb = measure.peak_mb(process.pid), measure.pss_mb(process.pid)
+            finally:
+                measure.stop(process)
+            status.seek(0)
+            rates = [float(rate) for rate in re.findall(r"([0-9.]+) kbit/s", status.read())]
+            self.bytes = statistics.median(rates) * 1000 / 8 if rates else None
 
 
-def peers(device):
-    """Into a pipe, so that the first byte shows when it comes; ffmpeg probes as little as it can."""
+def peers(device, rate):
+    """Milliseconds to the first byte in a pipe, and CPU per gigabyte of what is received at `rate`.
+    ffmpeg probes as little as it can."""
     output = "mjpeg" if device.keys.get("MEDIA_FORMAT") == "mjpg" else "h264"
     commands = [
         device.ffmpeg and ["ffmpeg", "-v", "error", "-probesize", str(device.probe),
@@ -185,8 +200,16 @@ def peers(device):
                            "-flush_packets", "1", "-f", output, "-"],
         device.gstreamer and ["gst-launch-1.0", "-q", *device.gstreamer.split(), "!", "fdsink"],
     ]
-    return [measure.median_ms(measure.first_output_ms, command, rounds=PEER_ROUNDS) if command else ""
-            for command in commands]
+    for command in commands:
+        if not command:
+            yield from ("", "")
+            continue
+        yield measure.median_ms(measure.first_output_ms, command, rounds=PEER_ROUNDS)
+        yield per_gigabyte(Running(command).cpu, rate)
+
+
+def per_gigabyte(cpu, rate):
+    return f"{cpu / (rate / 1e9):.0f}"
 
 
 def row(name, device):
@@ -198,17 +221,19 @@ def row(name, device):
         if device.camera:
             # A recorder writes its line only when it has found somebody to push to.
             site.enter_context(running([measure.CAMSIM, *device.camera], name != "push-in"))
-        peak, pss = memory(command)
+        ours = Running(command)
         first = measure.median_ms(measure.first_frame_ms, command, device.frame, rounds=ROUNDS)
-        return [name, first, f"{peak:.1f}", f"{pss:.1f}", *peers(device)]
+        return [name, first, f"{ours.peak_mb:.1f}", f"{ours.pss_mb:.1f}",
+                f"{ours.bytes * 8 / 1000:.0f}", per_gigabyte(ours.cpu, ours.bytes),
+                *peers(device, ours.bytes)]
 
 
 def main():
     with tempfile.TemporaryDirectory() as folder:
         rows = [row(name, device) for name, device in devices(folder).items()]
-    measure.table("Start to first frame, and memory",
-                  ["protocol", "first frame ms", "peak MB", "PSS MB", "ffmpeg ms", "gstreamer ms"],
-                  rows)
+    measure.table("Start to first frame, memory, CPU seconds a gigabyte",
+                  ["protocol", "first frame ms", "peak MB", "PSS MB", "kbit/s", "CPU s/GB",
+                   "ffmpeg ms", "s/GB", "gstreamer ms", "s/GB"], rows)
 
 
 if __name__ == "__main__":
