@@ -12,8 +12,8 @@
 namespace {
 
 using testing::HasSubstr;
-using testsupport::action;
 using testsupport::BrokerServer;
+using testsupport::failureOf;
 using testsupport::kBrokerPassword;
 using testsupport::kBrokerUser;
 using testsupport::RunningElog;
@@ -32,21 +32,6 @@ std::unique_ptr<cms::Connection> connect(const std::string& uri) {
   return connection;
 }
 
-std::string failureOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::exception& failure) {
-    return failure.what();
-  }
-  return "no failure";
-}
-
-std::string callBytes(const std::string& method) {
-  std::string name(4, '\0');
-  name[3] = static_cast<char>(method.size());
-  return std::string("\x80\x01\x00\x01", 4) + name + method + std::string(5, '\0');
-}
-
 }  // namespace
 
 TEST(Broker, CallsAndTheJavaClientOnBothSides) {
@@ -54,30 +39,15 @@ TEST(Broker, CallsAndTheJavaClientOnBothSides) {
   {
     TDX_Service service = serviceOn(broker);
     RunningElog elog(service);
-    auto client = elog.client();
-    EXPECT_EQ("yes", submit(*client, "yes"));
-    EXPECT_THROW(submit(*client, "refuse"), NV_TDX::FwException);
-    client->submitActionA(action("one way"));
-
-    std::vector<std::thread> callers;
-    std::atomic<int> right{0};
-    for (int caller = 0; caller < 3; ++caller)
-      callers.emplace_back([&, caller] {
-        NV_TDX::ELogClient own(serviceOn(broker).proto_(RunningElog::kName));
-        for (int i = 0; i < 50; ++i) {
-          const std::string message = std::to_string(caller) + "/" + std::to_string(i);
-          if (submit(own, message) == message) ++right;
-        }
-      });
-    for (std::thread& caller : callers) caller.join();
-    EXPECT_EQ(150, right);
+    testsupport::expectCalls(
+        elog, [&] { return serviceOn(broker); }, 3, 50);
 
     // A text message is no call: reported, and the next one is served.
     testing::internal::CaptureStderr();
     const auto text = javaClient(broker, "text", RunningElog::kName, "hello");
     EXPECT_EQ(0, text->wait()) << text->output();
     const auto java =
-        javaClient(broker, "call", RunningElog::kName, testsupport::toHex(callBytes("nope")));
+        javaClient(broker, "call", RunningElog::kName, "80010001000000046e6f70650000000000");
     EXPECT_EQ(0, java->wait()) << java->output();
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Foreign message"));
     EXPECT_THAT(java->output(), HasSubstr(testsupport::toHex("Invalid method name: 'nope'")));
@@ -85,18 +55,14 @@ TEST(Broker, CallsAndTheJavaClientOnBothSides) {
     EXPECT_THAT(java->output(), HasSubstr("persistent=false"));
   }
   // A reply without success and exception, made by the other side.
-  const auto java = javaClient(broker, "serve", "java.elog",
-                               "80010002"
-                               "0000000c" +
-                                   testsupport::toHex("submitAction") +
-                                   "00000000"
-                                   "00");
+  const std::string method = "0000000c" + testsupport::toHex("submitAction");
+  const auto java =
+      javaClient(broker, "serve", "java.elog", "80010002" + method + std::string(10, '0'));
   ASSERT_TRUE(java->awaitOutput("ready")) << java->output();
   NV_TDX::ELogClient client(serviceOn(broker).proto_("java.elog"));
   EXPECT_THAT(failureOf([&] { submit(client, "hello"); }), HasSubstr("unknown result"));
   EXPECT_EQ(0, java->wait()) << java->output();
-  EXPECT_THAT(java->output(),
-              HasSubstr("body=800100010000000c" + testsupport::toHex("submitAction")));
+  EXPECT_THAT(java->output(), HasSubstr("body=80010001" + method));
   EXPECT_THAT(java->output(), HasSubstr("replyTo=queue://CPP_"));
   EXPECT_THAT(java->output(), HasSubstr("correlation=."));
   EXPECT_THAT(java->output(), HasSubstr("persistent=false"));

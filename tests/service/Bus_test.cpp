@@ -1,14 +1,10 @@
 // Service calls over a real message bus.
 #include <gmock/gmock.h>
-#include <thrift/protocol/TBinaryProtocol.h>
-#include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TTransportException.h>
 
 #include "ElogHandler.h"
-#include "Exceptions.h"
 #include "Servers.h"
 #include "TDX_MBUS_Transport_Impl.h"
-#include "TDX_Protocol.h"
 
 namespace {
 
@@ -17,20 +13,12 @@ using Kelvane::Message;
 using testing::HasSubstr;
 using testsupport::action;
 using testsupport::BusServer;
+using testsupport::failureOf;
 using testsupport::RunningElog;
 using testsupport::submit;
 
 TDX_Service serviceOn(const BusServer& bus) {
   return {bus.address(), bus.port(), "dummy", "dummy", TDX_Service::Transport_MBUS};
-}
-
-std::string failureOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::runtime_error& failure) {
-    return failure.what();
-  }
-  return "no failure";
 }
 
 // A party on the bus below the transports.
@@ -39,10 +27,19 @@ struct Party {
       : messenger(bus.address() + ":" + std::to_string(bus.port())) {
     messenger.start();
   }
+  void listen(const Message::Header& header) {
+    EXPECT_TRUE(messenger.subscribe(header, nullptr, true));
+  }
+  Message received() {
+    Message message;
+    EXPECT_TRUE(messenger.recv(&message, nullptr));
+    return message;
+  }
   void send(const Message::Header& header, const std::string& body,
-            const std::vector<std::string>& attachments) {
+            const std::vector<std::string>& attachments, std::uint32_t user = 0) {
     Message message(header, body);
     for (const std::string& content : attachments) message.addAttachment("response0", content);
+    message.userid_ = user;
     messenger.send(message, nullptr);
   }
   Kelvane::Messenger messenger;
@@ -72,40 +69,8 @@ TEST(BusService, CallsFailuresAndOrderlyEnd) {
   BusServer bus;
   TDX_Service service = serviceOn(bus);
   RunningElog elog(service);
-  auto client = elog.client();
-  EXPECT_EQ("yes", submit(*client, "yes"));
-  EXPECT_THROW(submit(*client, "refuse"), NV_TDX::FwException);
-  EXPECT_THROW(submit(*client, "break"), apache::thrift::TApplicationException);
-  client->submitActionA(action("one way"));
-  EXPECT_EQ("after", submit(*client, "after"));
-
-  std::unique_ptr<NV_TDX::ELogClient> orphan;
-  {
-    TDX_Service shortLived = serviceOn(bus);
-    orphan = std::make_unique<NV_TDX::ELogClient>(shortLived.proto_(RunningElog::kName));
-  }
-  EXPECT_EQ("works", submit(*orphan, "works"));
-  EXPECT_THAT(elog.handler->messages(), testing::Contains("one way"));
-}
-
-TEST(BusService, ThousandCallsFromFourThreadsOnTheirOwnChannels) {
-  BusServer bus;
-  TDX_Service service = serviceOn(bus);
-  RunningElog elog(service);
-  elog.client();
-  std::vector<std::thread> callers;
-  std::atomic<int> right{0};
-  for (int caller = 0; caller < 4; ++caller)
-    callers.emplace_back([&, caller] {
-      NV_TDX::ELogClient client(serviceOn(bus).proto_(RunningElog::kName));
-      for (int i = 0; i < 250; ++i) {
-        const std::string message = std::to_string(caller) + "/" + std::to_string(i);
-        if (submit(client, message) == message) ++right;
-      }
-    });
-  for (std::thread& caller : callers) caller.join();
-  EXPECT_EQ(1000, right);
-  EXPECT_GT(elog.handler->threads(), 1U);
+  testsupport::expectCalls(
+      elog, [&] { return serviceOn(bus); }, 4, 250);
 }
 
 TEST(BusService, LateReplyIsTakenByTheNextCall) {
@@ -128,12 +93,19 @@ TEST(BusService, LateReplyIsTakenByTheNextCall) {
   EXPECT_EQ("wait", submit(*client, "next"));
 }
 
-TEST(BusService, SurvivesForeignBrokenAndOversizedMessages) {
+TEST(BusService, FormOfCallsAndRepliesAmongForeignAndBrokenMessages) {
   BusServer bus;
   TDX_Service service = serviceOn(bus);
-  RunningElog elog(service);
+  RunningElog elog(service, 1);
   auto client = elog.client();
   Party party(bus);
+  party.listen(headerOf("raw"));
+  NV_TDX::ELogClient(serviceOn(bus).proto_("raw")).send_submitAction(action("who"));
+  const Message request = party.received();
+  EXPECT_THAT(request.body_, testing::MatchesRegex("ReplyTo: [0-9.]+ -?[0-9]+"));
+  EXPECT_EQ("response0", request.getAttachment(0).first);
+  const std::string call = request.getAttachment(0).second;
+
   const Message::Header address = headerOf(RunningElog::kName);
   Message::Header unmarked = address;
   unmarked.ctxType = unmarked.evtType = unmarked.procLvl = 1;
@@ -143,19 +115,24 @@ TEST(BusService, SurvivesForeignBrokenAndOversizedMessages) {
   party.send(address, "AnswerTo: 1.2.3.4 5", {"x"});
   party.send(address, "ReplyTo: " + std::string(4000, '9') + " 5", {"x"});
   party.send(address, "ReplyTo: 1.2.3.4 5", {});
-  party.send(
-      address, "ReplyTo: 1.2.3.4 5",
-      {std::string("\x80\x01\x00\x01\x00\x00\x00\x0csubmitAction", 20) + std::string(5, '\x0f')});
-  // One marked class is enough; the reply has the stated form.
+  party.send(address, "ReplyTo: 1.2.3.4 5", {call.substr(0, 20) + std::string(5, '\x0f')});
+
+  // One marked class is enough; each request is seen with its own user.
   Message::Header half = address;
   half.evtType = half.procLvl = 1;
   const Message::Header own = headerOf("");
-  ASSERT_TRUE(party.messenger.subscribe(own, nullptr, true));
-  const std::string call =
-      std::string("\x80\x01\x00\x01\x00\x00\x00\x04nope", 12) + std::string(5, '\0');
-  party.send(half, "ReplyTo: " + own.devID.IP + " " + std::to_string(own.devID.id), {call});
-  Message reply;
-  ASSERT_TRUE(party.messenger.recv(&reply, nullptr));
+  party.listen(own);
+  for (const std::uint32_t user : {4242U, 7U}) {
+    party.send(half, "ReplyTo: " + own.devID.IP + " " + std::to_string(own.devID.id), {call}, user);
+    const Message reply = party.received();
+    EXPECT_EQ("response0", reply.body_);
+    EXPECT_EQ(0x4000U, reply.header_.evtType);
+    EXPECT_EQ(-1, reply.sid_);
+    ASSERT_EQ(1U, reply.mAttachments.size());
+    EXPECT_EQ("response0", reply.getAttachment(0).first);
+    EXPECT_THAT(reply.getAttachment(0).second, HasSubstr("user " + std::to_string(user)));
+  }
+  EXPECT_EQ(0U, service.getUserId());
   EXPECT_EQ("alive", submit(*client, "alive"));
   const std::string log = testing::internal::GetCapturedStderr();
   std::size_t foreign = 0;
@@ -163,50 +140,6 @@ TEST(BusService, SurvivesForeignBrokenAndOversizedMessages) {
     ++foreign;
   EXPECT_EQ(4U, foreign) << log;
   EXPECT_THAT(log, HasSubstr("TDX_Service_Impl "));
-  EXPECT_EQ("response0", reply.body_);
-  EXPECT_EQ(0x4000U, reply.header_.evtType);
-  EXPECT_EQ(-1, reply.sid_);
-  ASSERT_EQ(1U, reply.mAttachments.size());
-  EXPECT_EQ("response0", reply.getAttachment(0).first);
-  EXPECT_THAT(reply.getAttachment(0).second, HasSubstr("Invalid method name: 'nope'"));
-  EXPECT_THROW(reply.getAttachment(1), std::out_of_range);
-}
-
-TEST(BusService, RequestFormAndUserId) {
-  BusServer bus;
-  Party party(bus);
-  ASSERT_TRUE(party.messenger.subscribe(headerOf("raw"), nullptr, true));
-  TDX_MBUS_Transport_Impl transport("raw", bus.address(), static_cast<std::uint16_t>(bus.port()),
-                                    "", "");
-  transport.open();
-  transport.open();
-  transport.on_buffer_ready("payload");
-  Message request;
-  ASSERT_TRUE(party.messenger.recv(&request, nullptr));
-  EXPECT_THAT(request.body_, testing::MatchesRegex("ReplyTo: [0-9.]+ -?[0-9]+"));
-  EXPECT_EQ("payload", request.getAttachment(0).second);
-  EXPECT_EQ("response0", request.getAttachment(0).first);
-
-  // Two requests for the same worker, each seen with its own user.
-  TDX_Service service = serviceOn(bus);
-  RunningElog elog(service, 1);
-  elog.client();
-  const auto buffer = std::make_shared<apache::thrift::transport::TMemoryBuffer>();
-  NV_TDX::ELogClient(std::make_shared<apache::thrift::protocol::TBinaryProtocol>(buffer))
-      .send_submitAction(action("who"));
-  const Message::Header own = headerOf("");
-  ASSERT_TRUE(party.messenger.subscribe(own, nullptr, true));
-  for (const std::uint32_t user : {4242U, 7U}) {
-    Message identified(headerOf(RunningElog::kName),
-                       "ReplyTo: " + own.devID.IP + " " + std::to_string(own.devID.id));
-    identified.addAttachment("", buffer->getBufferAsString());
-    identified.userid_ = user;
-    party.messenger.send(identified, nullptr);
-    Message reply;
-    ASSERT_TRUE(party.messenger.recv(&reply, nullptr));
-    EXPECT_THAT(reply.getAttachment(0).second, HasSubstr("user " + std::to_string(user)));
-  }
-  EXPECT_EQ(0U, service.getUserId());
 }
 
 TEST(BusService, OutlivesTheBus) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <thrift/TApplicationException.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <set>
@@ -24,7 +26,7 @@ inline NV_TDX::Action action(const std::string& message) {
 
 // An event log that remembers. The message steers it: "refuse" is answered
 // with FwException, "break" with another exception, "wait" when released,
-// "who" with the user id of the request.
+// "who" with the user id of the request. An action without one is refused.
 class ElogHandler : public NV_TDX::ELogIf {
  public:
   void submitAction(NV_TDX::ActionResponse& result, const NV_TDX::Action& action) override {
@@ -45,9 +47,14 @@ class ElogHandler : public NV_TDX::ELogIf {
   }
   void submitActionA(const NV_TDX::Action& action) override { note(action); }
 
-  std::vector<std::string> messages() {
+  std::vector<NV_TDX::Action> actions() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return messages_;
+    return actions_;
+  }
+  bool heard(const std::string& message) {
+    const auto all = actions();
+    return std::any_of(all.begin(), all.end(),
+                       [&](const auto& each) { return each.parameters.at("msg") == message; });
   }
   void release() {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -62,14 +69,14 @@ class ElogHandler : public NV_TDX::ELogIf {
 
  private:
   void note(const NV_TDX::Action& action) {
+    if (action.parameters.count("msg") == 0) throw std::invalid_argument("no message");
     const std::lock_guard<std::mutex> lock(mutex_);
-    messages_.push_back(action.parameters.at("msg"));
+    actions_.push_back(action);
     threads_.insert(std::this_thread::get_id());
-    changed_.notify_all();
   }
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<std::string> messages_;
+  std::vector<NV_TDX::Action> actions_;
   std::set<std::thread::id> threads_;
   bool released_ = false;
 };
@@ -104,8 +111,7 @@ class RunningElog {
         sender.submitActionA(action(message));
       } catch (const std::runtime_error&) {  // no way to send yet
       }
-      const auto messages = handler->messages();
-      return std::find(messages.begin(), messages.end(), message) != messages.end();
+      return handler->heard(message);
     });
   }
 
@@ -120,6 +126,41 @@ inline std::string submit(NV_TDX::ELogClient& client, const std::string& message
   NV_TDX::ActionResponse response;
   client.submitAction(response, action(message));
   return response.parameters["echo"];
+}
+
+// Every kind of call and answer, then from some threads at a time, each over a
+// channel of its own, which outlives the service that made it.
+template <class MakeService>
+void expectCalls(RunningElog& elog, MakeService makeService, int callers, int callsEach) {
+  const auto client = elog.client();
+  EXPECT_EQ("yes", submit(*client, "yes"));
+  EXPECT_THROW(submit(*client, "refuse"), NV_TDX::FwException);
+  EXPECT_THROW(submit(*client, "break"), apache::thrift::TApplicationException);
+  client->submitActionA(action("one way"));
+  std::atomic<int> right{0};
+  std::vector<std::thread> threads;
+  for (int caller = 0; caller < callers; ++caller)
+    threads.emplace_back([&, caller] {
+      NV_TDX::ELogClient own(makeService().proto_(RunningElog::kName));
+      for (int i = 0; i < callsEach; ++i) {
+        const std::string message = std::to_string(caller) + "/" + std::to_string(i);
+        if (submit(own, message) == message) ++right;
+      }
+    });
+  for (std::thread& each : threads) each.join();
+  EXPECT_EQ(callers * callsEach, right);
+  EXPECT_TRUE(elog.handler->heard("one way"));
+  EXPECT_GT(elog.handler->threads(), 1U);
+}
+
+template <class Call>
+std::string failureOf(Call call) {
+  try {
+    call();
+  } catch (const std::exception& failure) {
+    return failure.what();
+  }
+  return "no failure";
 }
 
 }  // namespace testsupport

@@ -26,10 +26,10 @@ std::vector<std::string> java(std::vector<std::string> arguments) {
 BusServer::BusServer(const std::string& address, int port, const std::string& config)
     : address_(address), port_(port) {
   write(folder_.path() + "/nats.conf", config);
-  start();
+  restart();
 }
 
-void BusServer::start() {
+void BusServer::restart() {
   process_ = std::make_unique<Subprocess>(std::vector<std::string>{
       "nats-server", "-a", address_, "-p", std::to_string(port_ == 0 ? -1 : port_), "-c",
       folder_.path() + "/nats.conf"});
@@ -45,17 +45,11 @@ void BusServer::stop() {
   process_->wait();
 }
 
-void BusServer::restart() {
-  start();
-}
-
 BrokerServer::BrokerServer() : port_(freeTcpPort()) {
   write(folder_.path() + "/log4j.properties",
-        "log4j.rootLogger=WARN, out\n"
-        "log4j.logger.org.apache.activemq.transport.TransportServerThreadSupport=INFO\n"
+        "log4j.rootLogger=INFO, out\n"
         "log4j.appender.out=org.apache.log4j.ConsoleAppender\n"
-        "log4j.appender.out.layout=org.apache.log4j.PatternLayout\n"
-        "log4j.appender.out.layout.ConversionPattern=%p %m%n\n");
+        "log4j.appender.out.layout=org.apache.log4j.SimpleLayout\n");
   write(folder_.path() + "/broker.xml",
         R"(<beans xmlns="http://www.springframework.org/schema/beans"
   xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"
@@ -72,10 +66,10 @@ BrokerServer::BrokerServer() : port_(freeTcpPort()) {
   <transportConnectors><transportConnector uri="tcp://127.0.0.1:)" +
             std::to_string(port_) + R"("/></transportConnectors>
 </broker></beans>)");
-  start();
+  restart();
 }
 
-void BrokerServer::start() {
+void BrokerServer::restart() {
   const std::string folder = folder_.path();
   process_ = std::make_unique<Subprocess>(
       java({"-Dlog4j.configuration=file:" + folder + "/log4j.properties",
@@ -88,10 +82,6 @@ void BrokerServer::start() {
 void BrokerServer::stop() {
   process_->signal(SIGTERM);
   process_->wait();
-}
-
-void BrokerServer::restart() {
-  start();
 }
 
 std::unique_ptr<Subprocess> javaClient(const BrokerServer& broker, const std::string& mode,

@@ -19,7 +19,6 @@ class BusServer {
   void restart();  // on the same port
 
  private:
-  void start();
   const std::string address_;
   int port_;
   TemporaryFolder folder_;
@@ -37,7 +36,6 @@ class BrokerServer {
   void restart();  // on the same port
 
  private:
-  void start();
   int port_;
   TemporaryFolder folder_;
   std::unique_ptr<Subprocess> process_;
