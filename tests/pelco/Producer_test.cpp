@@ -71,44 +71,35 @@ void startNew(const TestHost::Keys& keys) {
   session.producer->start();
 }
 
-struct Case {
-  const char *auth, *format, *model, *payload;
-};
-
-void PrintTo(const Case& c, std::ostream* to) {
-  *to << c.auth << ' ' << c.format;
+TEST(PelcoProducer, ASessionIsRefreshedWhileVideoArrivesAndDisconnected) {
+  const struct {
+    const char *auth, *format, *model, *payload;
+    std::string head;  // of the first frame
+  } cases[] = {
+      {"none", "h264", "IXE20DN", "97", "\x67"},
+      {"basic", "mpeg4", "NET5301T-TXB", "96", std::string("\0\0\1", 3)},
+      {"digest", "h264", "x-IM10C10-y", "96", "\x67"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.auth);
+    Camera camera(
+        {"--auth", c.auth, "--format", c.format, "--payload", c.payload, "--session", "2"});
+    Session session(keysFor(camera, {{"MEDIA_FORMAT", c.format}, {"MODELID", c.model}}));
+    session.host.run(*session.producer);
+    ASSERT_TRUE(session.host.video()->awaitFrames(20)) << camera.output();
+    EXPECT_THAT(session.host.video()->data().front(), testing::StartsWith(c.head));
+    // For longer than the camera keeps a session that nobody refreshes.
+    EXPECT_TRUE(camera.awaitTimes("RefreshSession 17\n", 22)) << camera.output();
+    EXPECT_THAT(camera.output(), Not(HasSubstr("expired")));
+    EXPECT_THAT(camera.output(), Not(HasSubstr("Disconnect")));
+    session.end();
+    EXPECT_TRUE(camera.process.awaitOutput("Disconnect 17\n"));
+    EXPECT_THAT(session.host.states(), testing::IsEmpty());
+    // An even port, and one call of each.
+    EXPECT_THAT(camera.output(), testing::ContainsRegex("transport rtp://[^\n]*[02468]\n"));
+    EXPECT_THAT(camera.output(), testing::ContainsRegex("Query 0\n.*Connect 0\n.*Play 17\n"));
+  }
 }
-
-class PelcoSession : public testing::TestWithParam<Case> {};
-
-TEST_P(PelcoSession, IsRefreshedWhileVideoArrivesAndDisconnected) {
-  const Case& c = GetParam();
-  Camera camera({"--auth", c.auth, "--format", c.format, "--payload", c.payload, "--session", "2"});
-  Session session(keysFor(camera, {{"MEDIA_FORMAT", c.format}, {"MODELID", c.model}}));
-  session.host.run(*session.producer);
-  ASSERT_TRUE(session.host.video()->awaitFrames(20)) << camera.output();
-  const std::string first = session.host.video()->frames().front().data;
-  const std::string head = c.format == std::string("h264") ? "\x67" : std::string("\0\0\1", 3);
-  EXPECT_EQ(first.substr(0, head.size()), head);
-  // For longer than the camera keeps a session that nobody refreshes.
-  EXPECT_TRUE(camera.awaitTimes("RefreshSession 17\n", 22)) << camera.output();
-  EXPECT_THAT(camera.output(), Not(HasSubstr("expired")));
-  EXPECT_THAT(camera.output(), Not(HasSubstr("Disconnect")));
-  session.end();
-  EXPECT_TRUE(camera.process.awaitOutput("Disconnect 17\n"));
-  EXPECT_THAT(session.host.states(), testing::IsEmpty());
-  // An even port, and one call of each.
-  const std::string calls = camera.output();
-  const std::string port = calls.substr(calls.find("transport rtp://"));
-  EXPECT_EQ((port.at(port.find('\n') - 1) - '0') % 2, 0) << port;
-  EXPECT_LT(calls.find("Query 0\n"), calls.find("Connect 0\n"));
-  EXPECT_LT(calls.find("Connect 0\n"), calls.find("Play 17\n"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Cameras, PelcoSession,
-                         testing::Values(Case{"none", "h264", "IXE20DN", "97"},
-                                         Case{"basic", "mpeg4", "NET5301T-TXB", "96"},
-                                         Case{"digest", "h264", "x-IM10C10-y", "96"}));
 
 TEST(PelcoProducer, ARefusedRefreshDoesNotEndTheStream) {
   Camera camera({"--fault", "RefreshSession"});

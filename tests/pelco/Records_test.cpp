@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "SoapEnvironment.h"
+#include "SoapTest.h"
 #include "adb_CameraConfiguration.h"
 #include "adb_StreamControl.h"
 #include "adb_VideoOutput.h"
@@ -14,35 +14,31 @@ using testing::Not;
 
 namespace {
 
-#define MESSAGE(name) &adb_type_##name, &adb_type_##name##Response
-const std::vector<const adb_type_t*> kMessages = {MESSAGE(Connect),
-                                                  MESSAGE(GetActiveSessionIds),
-                                                  MESSAGE(GetActiveSessions),
-                                                  MESSAGE(RefreshSession),
-                                                  MESSAGE(Query),
-                                                  MESSAGE(GetStreamPriority),
-                                                  MESSAGE(GetSessionParameters),
-                                                  MESSAGE(Disconnect),
-                                                  MESSAGE(SetStreamPriority),
-                                                  MESSAGE(FrameReverse),
-                                                  MESSAGE(MarkEvent),
-                                                  MESSAGE(SeekEvent),
-                                                  MESSAGE(Reverse),
-                                                  MESSAGE(Seek),
-                                                  MESSAGE(FrameAdvance),
-                                                  MESSAGE(Pause),
-                                                  MESSAGE(Play),
-                                                  MESSAGE(GetConfiguration),
-                                                  MESSAGE(ResetConfiguration),
-                                                  MESSAGE(SetConfiguration)};
-#undef MESSAGE
+#define BOTH(name) &adb_type_##name, &adb_type_##name##Response
+const adb_type_t* const kMessages[] = {BOTH(Connect),
+                                       BOTH(GetActiveSessionIds),
+                                       BOTH(GetActiveSessions),
+                                       BOTH(RefreshSession),
+                                       BOTH(Query),
+                                       BOTH(GetStreamPriority),
+                                       BOTH(GetSessionParameters),
+                                       BOTH(Disconnect),
+                                       BOTH(SetStreamPriority),
+                                       BOTH(FrameReverse),
+                                       BOTH(MarkEvent),
+                                       BOTH(SeekEvent),
+                                       BOTH(Reverse),
+                                       BOTH(Seek),
+                                       BOTH(FrameAdvance),
+                                       BOTH(Pause),
+                                       BOTH(Play),
+                                       BOTH(GetConfiguration),
+                                       BOTH(ResetConfiguration),
+                                       BOTH(SetConfiguration)};
+#undef BOTH
 
-class PelcoRecords : public testing::Test {
+class PelcoRecords : public SoapTest {
  protected:
-  const axutil_env_t* env() const { return environment_.get(); }
-  std::string error() const { return environment_.error(); }
-  std::string log() const { return environment_.log(); }
-
   // The element of a text; the document lives as long as the test.
   axiom_node_t* parse(const std::string& text) {
     std::string why;
@@ -87,7 +83,6 @@ class PelcoRecords : public testing::Test {
   }
 
  private:
-  SoapEnvironment environment_;
   std::vector<axis2c::Document> documents_;
 };
 
@@ -116,49 +111,47 @@ TEST_F(PelcoRecords, ReadsForeignPrefixesOrderAndUnknownElements) {
     <QueryResponse xmlns="urn:x" xmlns:p="urn:y" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance">
       <p:asyncId> +7 </p:asyncId>
       <vendorExtension><streamCatalog/></vendorExtension>
-      <p:streamCatalog>
-        <entries>
-          text between
-          <p:streamParameters>
-            <q:streamSession xmlns:q="urn:z">
-              <refreshInterval>30</refreshInterval>
-              <iFrameOnly>false</iFrameOnly>
-              <sessionId>a<!-- split -->b<![CDATA[<c>]]></sessionId>
-              <transportURL xsi:nil="true">rtp://ignored:1</transportURL>
-              <outputURI>uuid:691fa4a2:no port at all</outputURI>
-              <clients>many</clients>
-            </q:streamSession>
-            <displayName/>
-            <preAlarmDurationInManualRecord>0</preAlarmDurationInManualRecord>
-          </p:streamParameters>
-          <unknown/>
-          <streamParameters>
-            <preAlarmDurationInManualRecord>5</preAlarmDurationInManualRecord>
-            <streamSession><iFrameOnly>1</iFrameOnly><refreshInterval>9</refreshInterval></streamSession>
-          </streamParameters>
-        </entries>
-      </p:streamCatalog>
+      <p:streamCatalog><entries>
+        text between
+        <p:streamParameters>
+          <q:streamSession xmlns:q="urn:z">
+            <refreshInterval>30</refreshInterval>
+            <iFrameOnly>false</iFrameOnly>
+            <sessionId>a<!-- split -->b<![CDATA[<c>]]></sessionId>
+            <transportURL xsi:nil="true">rtp://ignored:1</transportURL>
+            <outputURI>uuid:691fa4a2:no port at all</outputURI>
+            <clients>many</clients>
+          </q:streamSession>
+          <displayName/>
+          <preAlarmDurationInManualRecord>0</preAlarmDurationInManualRecord>
+        </p:streamParameters>
+        <unknown/>
+        <streamParameters>
+          <preAlarmDurationInManualRecord>5</preAlarmDurationInManualRecord>
+          <streamSession><iFrameOnly>1</iFrameOnly><refreshInterval>9</refreshInterval></streamSession>
+        </streamParameters>
+      </entries></p:streamCatalog>
     </QueryResponse>)");
   adb_QueryResponse_t* response = adb_QueryResponse_create(env());
   ASSERT_EQ(adb_QueryResponse_deserialize(response, env(), &node, nullptr, AXIS2_FALSE),
             AXIS2_SUCCESS)
       << error();
+  EXPECT_EQ(
+      text(reinterpret_cast<adb_record_t*>(response)),
+      "<n:QueryResponse xmlns:n=\"urn:schemas-pelco-com:service:VideoOutput:1\"><streamCatalog>"
+      "<entries><streamParameters>"
+      "<displayName></displayName><preAlarmDurationInManualRecord>0</"
+      "preAlarmDurationInManualRecord>"
+      "<streamSession><outputURI>uuid:691fa4a2:no port at all</outputURI>"
+      "<sessionId>ab&lt;c&gt;</sessionId><iFrameOnly>0</iFrameOnly>"
+      "<refreshInterval>30</refreshInterval></streamSession></streamParameters>"
+      "<streamParameters>"
+      "<preAlarmDurationInManualRecord>5</preAlarmDurationInManualRecord>"
+      "<streamSession><iFrameOnly>1</iFrameOnly><refreshInterval>9</refreshInterval>"
+      "</streamSession></streamParameters></entries></streamCatalog><asyncId>7</asyncId>"
+      "</n:QueryResponse>");
   EXPECT_EQ(adb_QueryResponse_get_asyncId(response, env()), 7);
   EXPECT_EQ(adb_QueryResponse_get_property2(response, env()), 7);
-  adb_StreamCatalog_t* catalog = adb_QueryResponse_get_streamCatalog(response, env());
-  EXPECT_TRUE(adb_StreamCatalog_is_pageHeader_nil(catalog, env()));
-  adb_Entries_t* entries = adb_StreamCatalog_get_entries(catalog, env());
-  ASSERT_EQ(adb_Entries_sizeof_streamParameters(entries, env()), 2);
-  adb_StreamParameters_t* first = adb_Entries_get_streamParameters_at(entries, env(), 0);
-  EXPECT_STREQ(adb_StreamParameters_get_displayName(first, env()), "");
-  EXPECT_TRUE(adb_StreamParameters_is_videoQuality_nil(first, env()));
-  adb_StreamSession_t* session = adb_StreamParameters_get_streamSession(first, env());
-  EXPECT_STREQ(adb_StreamSession_get_sessionId(session, env()), "ab<c>");
-  EXPECT_EQ(adb_StreamSession_get_iFrameOnly(session, env()), 0);
-  EXPECT_EQ(adb_StreamSession_get_refreshInterval(session, env()), 30U);
-  EXPECT_TRUE(adb_StreamSession_is_transportURL_nil(session, env()));
-  EXPECT_TRUE(adb_StreamSession_is_clients_nil(session, env()));
-  EXPECT_FALSE(adb_StreamSession_is_outputURI_nil(session, env()));
   EXPECT_THAT(log(), HasSubstr("clients is passed over"));
   adb_QueryResponse_free(response, env());
 }
@@ -177,6 +170,9 @@ TEST_F(PelcoRecords, FailuresOfReadingNameTheElement) {
     const char* about;
     std::string document, text;
   } cases[] = {
+      {"no element", "",
+       "Failed in building adb object for ConnectResponse : NULL elemenet can not be passed to "
+       "deserialize"},
       {"another element", "<ConnectReply/>",
        "Failed in building adb object for ConnectResponse : Expected ConnectResponse but returned "
        "ConnectReply"},
@@ -196,20 +192,13 @@ TEST_F(PelcoRecords, FailuresOfReadingNameTheElement) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.about);
     adb_ConnectResponse_t* response = adb_ConnectResponse_create(env());
-    axiom_node_t* node = parse(c.document);
+    axiom_node_t* node = c.document.empty() ? nullptr : parse(c.document);
     EXPECT_EQ(adb_ConnectResponse_deserialize(response, env(), &node, nullptr, AXIS2_FALSE),
               AXIS2_FAILURE);
     EXPECT_EQ(error(), c.text);
     EXPECT_THAT(log(), HasSubstr(c.text));
     adb_ConnectResponse_free(response, env());
   }
-  adb_Disconnect_t* record = adb_Disconnect_create(env());
-  axiom_node_t* none = nullptr;
-  EXPECT_EQ(adb_Disconnect_deserialize(record, env(), &none, nullptr, AXIS2_FALSE), AXIS2_FAILURE);
-  EXPECT_EQ(error(),
-            "Failed in building adb object for Disconnect : NULL elemenet can not be passed to "
-            "deserialize");
-  adb_Disconnect_free(record, env());
 }
 
 TEST_F(PelcoRecords, SettersRefuseNullWhereAValueIsRequired) {
@@ -218,11 +207,9 @@ TEST_F(PelcoRecords, SettersRefuseNullWhereAValueIsRequired) {
   adb_Disconnect_t* record = adb_Disconnect_create_with_values(env(), "17", 1);
   EXPECT_EQ(adb_Disconnect_set_sessionId(record, env(), nullptr), AXIS2_FAILURE);
   EXPECT_EQ(adb_Disconnect_set_sessionId_nil(record, env()), AXIS2_FAILURE);
-  EXPECT_STREQ(adb_Disconnect_get_property1(record, env()), "17");
   // The record's own text given back to it.
-  EXPECT_EQ(
-      adb_Disconnect_set_sessionId(record, env(), adb_Disconnect_get_sessionId(record, env())),
-      AXIS2_SUCCESS);
+  adb_Disconnect_set_sessionId(record, env(), adb_Disconnect_get_sessionId(record, env()));
+  EXPECT_STREQ(adb_Disconnect_get_property1(record, env()), "17");
   EXPECT_EQ(adb_Disconnect_reset_sessionId(record, env()), AXIS2_SUCCESS);
   EXPECT_TRUE(adb_Disconnect_is_sessionId_nil(record, env()));
   adb_Disconnect_free(record, env());
@@ -238,20 +225,18 @@ TEST_F(PelcoRecords, SettersRefuseNullWhereAValueIsRequired) {
 
 TEST_F(PelcoRecords, ListsOwnTheirItems) {
   adb_Sessions_t* sessions = adb_Sessions_create(env());
-  EXPECT_EQ(adb_Sessions_sizeof_session(sessions, env()), 0);
   EXPECT_EQ(adb_Sessions_get_session_at(sessions, env(), 0), nullptr);
   for (const char* id : {"a", "b", "c"}) adb_Sessions_add_session(sessions, env(), id);
   EXPECT_EQ(adb_Sessions_add_session(sessions, env(), nullptr), AXIS2_FAILURE);
   EXPECT_EQ(adb_Sessions_set_session_at(sessions, env(), 1, "B"), AXIS2_SUCCESS);
   EXPECT_EQ(adb_Sessions_set_session_nil_at(sessions, env(), 0), AXIS2_SUCCESS);
-  EXPECT_TRUE(adb_Sessions_is_session_nil_at(sessions, env(), 0));
   for (const int outside : {-1, 3}) {
     EXPECT_EQ(adb_Sessions_set_session_at(sessions, env(), outside, "x"), AXIS2_FAILURE);
     EXPECT_EQ(adb_Sessions_set_session_nil_at(sessions, env(), outside), AXIS2_FAILURE);
     EXPECT_TRUE(adb_Sessions_is_session_nil_at(sessions, env(), outside));
   }
   EXPECT_THAT(text(reinterpret_cast<adb_record_t*>(sessions)),
-              HasSubstr("<session>B</session><session>c</session>"));
+              HasSubstr("<Sessions><session>B</session><session>c</session>"));
   // Another list takes the place of the first, with what it holds.
   axutil_array_list_t* list = axutil_array_list_create(env(), 0);
   axutil_array_list_add(list, env(), axutil_strdup(env(), "z"));
