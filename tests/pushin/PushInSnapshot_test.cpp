@@ -1,8 +1,5 @@
 #include "PushInSnapshot.h"
 
-#include <sys/stat.h>
-#include <utime.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,11 +18,6 @@ void write(const std::string& name, const std::string& text) {
 std::string read(const std::string& name) {
   std::ifstream file(name, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-time_t modified(const std::string& name) {
-  struct stat found {};
-  return stat(name.c_str(), &found) == 0 ? found.st_mtime : 0;
 }
 
 std::string logOf(const std::string& snapshot, const std::string& placeholder) {
@@ -73,10 +65,10 @@ TEST(PushInSnapshot, AnIStreamDeviceIsKeptFreshAndAlive) {
   PushInServing serving(TestHost::Keys{{"CAMERAMODEL", "iStream"}});
   const std::string snapshot = "/tmp/" + Kelvane::Cfg::value("DEVID") + ".jpg";
   write(snapshot, "somebody's picture");
-  const utimbuf old{1000, 1000};
-  utime(snapshot.c_str(), &old);
+  const auto now = std::filesystem::file_time_type::clock::now();
+  std::filesystem::last_write_time(snapshot, now - std::chrono::hours(1));
   EXPECT_TRUE(eventually([&] { return serving.host.pidUpdates() >= 2; }));
-  EXPECT_GT(modified(snapshot), time(nullptr) - 60);
+  EXPECT_GT(std::filesystem::last_write_time(snapshot), now - std::chrono::minutes(1));
   serving.stopAndReadLog();
   EXPECT_EQ(read(snapshot), "somebody's picture");
   std::filesystem::remove(snapshot);
