@@ -5,7 +5,7 @@
 #include <RTPSource.hh>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "support/TestHost.h"
 
@@ -68,9 +68,7 @@ constexpr long long kSlack = 300000;  // microseconds for a loaded machine
 
 std::string fileContents(const std::string& name) {
   std::ifstream file(name, std::ios::binary);
-  std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace

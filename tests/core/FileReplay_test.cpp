@@ -1,8 +1,6 @@
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
-#include "ChunkStorage.h"
 #include "FAKEMediaProducerImpl.h"
 #include "KeyFrame.h"
 #include "TESTMediaProducerImpl.h"
@@ -20,68 +18,24 @@ void writeFile(const std::string& name, const std::string& contents) {
   std::ofstream(name, std::ios::binary) << contents;
 }
 
-std::string concat(const std::vector<std::string>& parts) {
-  std::string all;
-  for (const std::string& part : parts) all += part;
-  return all;
-}
-
-std::vector<std::string> readAll(Kelvane::ChunkStorageImpl& reader, const std::string& name,
-                                 uint32_t room = 1000000) {
-  std::vector<std::string> units;
-  std::vector<uint8_t> buffer(room);
-  FILE* file = fopen(name.c_str(), "r");
-  int size = 0;
-  while ((size = reader.readFrame(file, buffer.data(), room, nullptr)) > 0) {
-    units.emplace_back(reinterpret_cast<char*>(buffer.data()), static_cast<std::size_t>(size));
-  }
-  fclose(file);
-  return units;
-}
-
-const std::string kSps = hex("00 00 00 01 67 42");
-const std::string kPps = hex("00 00 00 01 68 ce");
-const std::string kIdr = hex("00 00 01 65 88 11 22");
+const std::string kKey = hex("00 00 00 01 67 42  00 00 01 65 88 11 22");
 const std::string kSlice = hex("00 00 00 01 41 9a 33");
-const std::string kSecondSlice = hex("00 00 01 41 1a 44");
+
+// A replay of one clip.
+struct Replay {
+  explicit Replay(const std::string& contents)
+      : host({{"PROTO", "FAKE"},
+              {"MEDIA_FORMAT", "h264"},
+              {"FRAMERATE", "50"},
+              {"SOURCE", folder.path() + "/clip"}}) {
+    writeFile(folder.path() + "/clip.h264", contents);
+  }
+  const TemporaryFolder folder;
+  TestHost host;
+  FAKEMediaProducerImpl producer{host.audio(), host.video()};
+};
 
 }  // namespace
-
-TEST(ChunkStorage, CutsAccessUnitsWithTheirHeaders) {
-  const TemporaryFolder folder;
-  const std::string name = folder.path() + "/clip";
-  Kelvane::H264ChunkStorageImpl h264;
-  Kelvane::M4VChunkStorageImpl m4v;
-  Kelvane::MPEG2ChunkStorageImpl mpeg2;
-  Kelvane::MJPGChunkStorageImpl mjpg;
-  const struct {
-    Kelvane::ChunkStorageImpl& reader;
-    std::vector<std::string> units;
-  } cases[] = {
-      {h264, {kSps + kPps + kIdr, kSlice + kSecondSlice, kSlice, kSps + kPps + kIdr}},
-      {m4v,
-       {hex("000001b0f5 000001b509 00000100 00000120aa 000001b3aa 000001b610"),
-        hex("000001b650 00aa"), hex("000001b0f5 000001b610")}},
-      {mpeg2,
-       {hex("000001b3aa 000001b5bb 000001b8cc 00000100 0008 00000101dd 00000102ee"),
-        hex("00000100 0010 00000101ff"), hex("000001b3aa 00000100 0008")}},
-      {mjpg, {hex("ffd8ff00 11ffd9"), hex("ffd8 22ff00 ffd9"), hex("ffd8ffd9")}},
-  };
-  for (const auto& c : cases) {
-    writeFile(name, concat(c.units));
-    EXPECT_EQ(readAll(c.reader, name), c.units);
-  }
-}
-
-TEST(ChunkStorage, PassesOverAUnitThatDoesNotFit) {
-  const TemporaryFolder folder;
-  const std::string name = folder.path() + "/clip";
-  writeFile(name, kSps + kIdr + kSlice + std::string(300000, 'x') + kSlice + kSps + kIdr);
-  Kelvane::H264ChunkStorageImpl reader;
-  testing::internal::CaptureStderr();
-  EXPECT_THAT(readAll(reader, name, 1000), testing::ElementsAre(kSps + kIdr, kSlice, kSps + kIdr));
-  EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("larger than 1000 bytes"));
-}
 
 TEST(KeyFrame, RulesOfEachFormat) {
   const struct {
@@ -126,58 +80,40 @@ TEST(KeyFrame, RulesOfEachFormat) {
               c.starts)
         << c.format << " " << c.frame;
   }
-  const TestHost host;
+  TestHost host({{"MEDIA_FORMAT", "h265"}, {"SOURCE", "/nonexistent/clip"}});
   uint8_t none = 0;
   EXPECT_FATAL_REPORT(Kelvane::isI_VOP(&none, 1, "h265"), "Unsupported media format: h265",
                       "STREAM_LOST UNK");
-}
-
-TEST(FileReplay, LoopsFromAKeyFrameOnAtTheConfiguredRate) {
-  const TemporaryFolder folder;
-  writeFile(folder.path() + "/clip.h264", kSlice + kSps + kIdr + kSlice);
-  TestHost host({{"PROTO", "FAKE"},
-                 {"MEDIA_FORMAT", "h264"},
-                 {"FRAMERATE", "50"},
-                 {"SOURCE", folder.path() + "/clip"}});
-  FAKEMediaProducerImpl producer(host.audio(), host.video());
-  const auto begin = std::chrono::steady_clock::now();
-  host.run(producer);
-  ASSERT_TRUE(host.video()->awaitFrames(11));
-  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-  host.stop();
-  ASSERT_TRUE(host.awaitEnd());
-  EXPECT_TRUE(host.result());
-  EXPECT_GE(took.count(), 0.18);  // the first frame does not wait, ten more are held
-  const auto frames = host.video()->frames();
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    EXPECT_EQ(frames[i].data, i % 2 == 0 ? kSps + kIdr : kSlice) << i;
-  }
-  EXPECT_TRUE(host.states().empty());
-}
-
-TEST(FileReplay, WhatCannotBePlayedEndsTheProcess) {
-  TestHost host({{"PROTO", "FAKE"}, {"MEDIA_FORMAT", "h264"}, {"SOURCE", "/no/such/clip"}});
-  EXPECT_FATAL_REPORT(FAKEMediaProducerImpl(host.audio(), host.video()).start(),
-                      "Could not open file /no/such/clip.h264: No such file or directory",
-                      "STREAM_LOST UNK");
-  Kelvane::Cfg::insert("MEDIA_FORMAT", "h265");
   EXPECT_FATAL_REPORT(FAKEMediaProducerImpl(host.audio(), host.video()).start(),
                       "Unsupported media format: h265", "STREAM_LOST UNK");
 }
 
+TEST(FileReplay, LoopsFromAKeyFrameOnAtTheConfiguredRate) {
+  Replay replay(kSlice + kKey + kSlice);
+  const auto begin = std::chrono::steady_clock::now();
+  replay.host.run(replay.producer);
+  ASSERT_TRUE(replay.host.video()->awaitFrames(11));
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+  replay.host.stop();
+  ASSERT_TRUE(replay.host.awaitEnd());
+  EXPECT_TRUE(replay.host.result());
+  EXPECT_GE(took.count(), 0.18);  // the first frame does not wait, ten more are held
+  const auto frames = replay.host.video()->data();
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_EQ(frames[i], i % 2 == 0 ? kKey : kSlice) << i;
+  }
+  EXPECT_TRUE(replay.host.states().empty());
+}
+
 TEST(FileReplay, FileWithoutKeyFrameOrFrameYieldsNothingAndStops) {
   for (const std::string& contents : {std::string(), kSlice + kSlice}) {
-    const TemporaryFolder folder;
-    writeFile(folder.path() + "/clip.h264", contents);
-    TestHost host(
-        {{"PROTO", "FAKE"}, {"MEDIA_FORMAT", "h264"}, {"SOURCE", folder.path() + "/clip"}});
+    Replay replay(contents);
     testing::internal::CaptureStderr();
-    FAKEMediaProducerImpl producer(host.audio(), host.video());
-    host.run(producer);
+    replay.host.run(replay.producer);
     poll(nullptr, 0, 20);
-    host.stop();
-    EXPECT_TRUE(host.awaitEnd());
-    EXPECT_EQ(host.video()->count(), 0U);
+    replay.host.stop();
+    EXPECT_TRUE(replay.host.awaitEnd());
+    EXPECT_EQ(replay.host.video()->count(), 0U);
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_EQ(log.find("Skiping to I-frame") != std::string::npos, !contents.empty());
   }
