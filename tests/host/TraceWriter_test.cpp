@@ -1,9 +1,6 @@
 #include "TraceWriter.h"
 
-#include <json/reader.h>
-
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "support/Subprocess.h"
@@ -16,16 +13,10 @@ namespace {
 
 struct Trace {
   Trace() : writer(folder.path() + "/trace") {}
-  std::vector<Json::Value> lines() const {
+  std::vector<std::string> lines() const {
     std::ifstream file(folder.path() + "/trace");
-    std::vector<Json::Value> all;
-    for (std::string line; std::getline(file, line);) {
-      Json::Value value;
-      std::istringstream text(line);
-      std::string problem;
-      EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), text, &value, &problem)) << line;
-      all.push_back(value);
-    }
+    std::vector<std::string> all;
+    for (std::string line; std::getline(file, line);) all.push_back(line);
     return all;
   }
   void frame(const std::string& data, Kelvane::MEDIA_TYPE media, const std::string& objects = "") {
@@ -40,45 +31,30 @@ struct Trace {
 
 }  // namespace
 
-TEST(TraceWriter, EachEventHasItsFields) {
+TEST(TraceWriter, EachEventIsALineOfJson) {
   Trace trace;
   trace.writer.onInit(Kelvane::AUDIO, "PCMU", std::string("\x00\xFF", 2));
   trace.frame("123456789", Kelvane::AUDIO);
-  trace.frame(std::string(40, '\x7F'), Kelvane::VIDEO);
+  trace.frame(std::string(40, '1'), Kelvane::VIDEO);
   trace.frame("", Kelvane::METADATA, R"({"a":"b"})");
   trace.writer.onState(Kelvane::StreamState::STREAM_LOST, Kelvane::StreamState::NET_FAILURE);
   trace.writer.onPid(false, true);
   trace.writer.onExtraData("metadata", {1, 2}, R"({"tags":[1]})");
-  const auto lines = trace.lines();
-  ASSERT_EQ(lines.size(), 7U);
-  const struct {
-    int line;
-    const char *path, *text;  // of one field
-  } fields[] = {
-      {0, "codec", "PCMU"},
-      {0, "config", "00ff"},
-      {1, "codec", "PCMU"},
-      {1, "crc32", "cbf43926"},
-      {1, "head", "313233343536373839"},
-      {2, "codec", ""},
-      {2, "size", "40"},
-      {3, "crc32", "00000000"},
-      {3, "objects", R"({"a":"b"})"},
-      {4, "state", "STREAM_LOST"},
-      {4, "errno", "NET_FAILURE"},
-  };
-  for (const auto& field : fields) {
-    EXPECT_EQ(lines[static_cast<std::size_t>(field.line)][field.path].asString(), field.text)
-        << field.path;
-  }
-  const auto pair = [](const Json::Value& value) {
-    return value[0].asString() + " " + value[1].asString();
-  };
-  EXPECT_EQ(pair(lines[1]["tv"]), "12 34");
-  EXPECT_FALSE(lines[1].isMember("objects"));
-  EXPECT_EQ(lines[2]["head"].asString().size(), 64U);
-  EXPECT_EQ(pair(lines[5]["args"]), "false true");
-  EXPECT_EQ(lines[6]["record"]["tags"][0], 1);
+  std::string head;  // of at most 32 bytes
+  for (int i = 0; i < 32; ++i) head += "31";
+  EXPECT_THAT(trace.lines(),
+              testing::ElementsAre(
+                  R"({"event":"init","media":"audio","codec":"PCMU","config":"00ff"})",
+                  R"({"event":"frame","media":"audio","size":9,"tv":[12,34],"crc32":"cbf43926",)"
+                  R"("head":"313233343536373839","codec":"PCMU"})",
+                  R"({"event":"frame","media":"video","size":40,"tv":[12,34],"crc32":"492f0064",)"
+                  R"("head":")" +
+                      head + R"(","codec":""})",
+                  R"({"event":"frame","media":"metadata","size":0,"tv":[12,34],"crc32":"00000000",)"
+                  R"("head":"","codec":"","objects":"{\"a\":\"b\"}"})",
+                  R"({"event":"state","state":"STREAM_LOST","errno":"NET_FAILURE"})",
+                  R"({"event":"pid","args":[false,true]})",
+                  R"({"event":"extra_data","name":"metadata","tv":[1,2],"record":{"tags":[1]}})"));
 }
 
 TEST(TraceWriter, AnyBytesOfADeviceMakeValidJson) {
@@ -99,10 +75,14 @@ TEST(TraceWriter, AnyBytesOfADeviceMakeValidJson) {
 TEST(TraceWriter, LinesOfSeveralThreadsStayWhole) {
   Trace trace;
   constexpr int kEach = 200;
-  std::thread other([&] {
-    for (int i = 0; i < kEach; ++i) trace.writer.onTrigger(std::string(3000, 'x'));
-  });
-  for (int i = 0; i < kEach; ++i) trace.frame("y", Kelvane::VIDEO);
+  const std::string text(3000, 'x');
+  const auto write = [&] {
+    for (int i = 0; i < kEach; ++i) trace.writer.onTrigger(text);
+  };
+  std::thread other(write);
+  write();
   other.join();
-  EXPECT_EQ(trace.lines().size(), 2U * kEach);
+  const auto lines = trace.lines();
+  EXPECT_EQ(lines.size(), 2U * kEach);
+  EXPECT_THAT(lines, testing::Each(R"({"event":"trigger","text":")" + text + "\"}"));
 }
