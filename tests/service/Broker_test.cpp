@@ -54,6 +54,13 @@ TEST(Broker, CallsAndTheJavaClientOnBothSides) {
     EXPECT_THAT(java->output(), HasSubstr("correlation=call-\u00e9-7."));
     EXPECT_THAT(java->output(), HasSubstr("persistent=false"));
   }
+  // What was taken is acknowledged, or the next service would be called with it once more.
+  const auto connection = connect(broker.uri());
+  const std::unique_ptr<cms::Session> session(connection->createSession());
+  const std::unique_ptr<cms::Queue> calls(session->createQueue(RunningElog::kName));
+  const std::unique_ptr<cms::MessageConsumer> consumer(session->createConsumer(calls.get()));
+  EXPECT_EQ(nullptr, std::unique_ptr<cms::Message>(consumer->receive(300)));
+
   // A reply without success and exception, made by the other side.
   const std::string method = "0000000c" + testsupport::toHex("submitAction");
   const auto java =
@@ -111,7 +118,7 @@ TEST(BrokerLink, Addresses) {
   } addresses[] = {
       {"ssl://h:1", "only tcp:// is supported"},
       {"tcp://h", "host:port expected"},
-      {"tcp://h:70000", "no port number: 70000"},
+      {"tcp://h:65536", "no port number: 65536"},
       {"failover:(tcp://h:1", "no closing parenthesis"},
       {"failover:(tcp://h:1,)", "only tcp:// is supported"},
       {"tcp://h:1?soTimeout=soon", "soTimeout is no number of milliseconds: soon"},
