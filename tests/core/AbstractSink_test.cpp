@@ -4,9 +4,8 @@
 
 #include <RTPSource.hh>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
+#include "support/Subprocess.h"
 #include "support/TestHost.h"
 
 using namespace testsupport;
@@ -66,11 +65,6 @@ class SinkWithSource {
 
 constexpr long long kSlack = 300000;  // microseconds for a loaded machine
 
-std::string fileContents(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 }  // namespace
 
 TEST(AbstractSink, FollowsTheSourceClockFromTheMomentOfTheFirstFrame) {
@@ -119,8 +113,8 @@ TEST(AbstractSink, ProbeRecordsBytesAndOffsets) {
     Kelvane::AbstractSink::afterGettingFrame(host.video(), static_cast<unsigned>(frame.size()), 0,
                                              timeval{}, 0);
   }
-  EXPECT_EQ(fileContents(name), "firstsecond");
-  EXPECT_THAT(fileContents(name + ".index"),
+  EXPECT_EQ(readFile(name), "firstsecond");
+  EXPECT_THAT(readFile(name + ".index"),
               testing::MatchesRegex("[0-9]+\\.[0-9]{6} 0\n[0-9]+\\.[0-9]{6} 5\n"));
   EXPECT_EQ(host.video()->fCodec, "h264");
   unlink(name.c_str());

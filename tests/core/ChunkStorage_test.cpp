@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
-#include <fstream>
 #include <iterator>
 #include <memory>
 
@@ -39,15 +38,6 @@ const Format kFormats[] = {
     {"mjpeg -q:v 3", "mjpeg", "mjpeg", std::make_unique<Kelvane::MJPGChunkStorageImpl>()},
 };
 
-std::string contents(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void write(const std::string& name, const std::string& text) {
-  std::ofstream(name, std::ios::binary) << text;
-}
-
 std::vector<std::string> units(Kelvane::ChunkStorageImpl& reader, FILE* file,
                                uint32_t room = kRoom) {
   std::vector<uint8_t> buffer(room);
@@ -79,9 +69,9 @@ TEST(ChunkStorage, EachUnitIsOnePictureAndNothingIsLost) {
     EXPECT_EQ(all.size(), pictures(clip));
     std::string joined;
     for (const std::string& unit : all) joined += unit;
-    EXPECT_TRUE(joined == contents(clip));
+    EXPECT_TRUE(joined == readFile(clip));
     // The headers stay with their picture: a decoder that joins at a unit can go on.
-    write(first, all[0]);
+    writeFile(first, all[0]);
     EXPECT_EQ(pictures(first), 1U);
     // A file that was left halfway is read from its head the next time.
     std::vector<uint8_t> buffer(kRoom);
@@ -99,7 +89,7 @@ TEST(ChunkStorage, TimeGrowsWithTheFile) {
   const std::string name = folder.path() + "/endless";
   for (std::size_t i = 0; i < std::size(heads); ++i) {
     const auto seconds = [&](std::size_t megabytes, bool fits) {
-      write(name, hex(heads[i]) + std::string(megabytes << 20, '\xAA'));
+      writeFile(name, hex(heads[i]) + std::string(megabytes << 20, '\xAA'));
       std::vector<uint8_t> buffer(fits ? megabytes << 21 : kRoom);
       const File file = open(name);
       const clock_t begin = clock();
@@ -120,7 +110,7 @@ TEST(ChunkStorage, PassesOverAUnitThatDoesNotFit) {
   const TemporaryFolder folder;
   const std::string key = hex("00 00 00 01 67 42  00 00 01 65 88 11 22");
   const std::string slice = hex("00 00 00 01 41 9a 33");
-  write(folder.path() + "/clip", key + slice + std::string(300000, 'x') + slice + key);
+  writeFile(folder.path() + "/clip", key + slice + std::string(300000, 'x') + slice + key);
   Kelvane::H264ChunkStorageImpl reader;
   testing::internal::CaptureStderr();
   EXPECT_THAT(units(reader, open(folder.path() + "/clip").get(), 1000),

@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <fstream>
 
 #include "FAKEMediaProducerImpl.h"
 #include "KeyFrame.h"
@@ -13,10 +12,6 @@ using Kelvane::FAKEMediaProducerImpl;
 using Kelvane::TESTMediaProducerImpl;
 
 namespace {
-
-void writeFile(const std::string& name, const std::string& contents) {
-  std::ofstream(name, std::ios::binary) << contents;
-}
 
 const std::string kKey = hex("00 00 00 01 67 42  00 00 01 65 88 11 22");
 const std::string kSlice = hex("00 00 00 01 41 9a 33");

@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 
 #include "ChunkStorage.h"
 #include "Log4cppWrapper.h"
@@ -68,12 +67,6 @@ struct Recorded {
   TemporaryFolder folder;
   host::Recorder recorder;
 };
-
-int occurrences(const std::string& text, const std::string& word) {
-  int count = 0;
-  for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) ++count;
-  return count;
-}
 
 }  // namespace
 
@@ -201,7 +194,7 @@ TEST(Recorder, AFolderThatCannotBeWrittenIsToldOnceAndTheRestGoesOn) {
   Kelvane::Log4cppWrapper::init(600);
   Recorded recorded("h264", 3600, "/file");
   std::filesystem::remove_all(recorded.folder.path() + "/file");
-  std::ofstream(recorded.folder.path() + "/file") << "no folder";
+  writeFile(recorded.folder.path() + "/file", "no folder");
   recorded.video(h264Units());
   recorded.recorder.close();
   const std::string log = testing::internal::GetCapturedStderr();

@@ -16,19 +16,14 @@ namespace {
 class AudioCamera {
  public:
   explicit AudioCamera(int type, const TestHost::Keys& keys = {})
-      : host(keys), producer(host.audio(), host.video()) {
-    int ends[2];
-    if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("pair");
-    device_.reset(ends[0]);
-    own_.reset(ends[1]);
-  }
+      : host(keys), producer(host.audio(), host.video()), ends_(type) {}
   ~AudioCamera() { finish(); }
 
   void receive() {
-    thread_ = std::thread([this] { producer.receive_audio(own_.get()); });
+    thread_ = std::thread([this] { producer.receive_audio(ends_.near.get()); });
   }
   void send(const std::string& data) {
-    EXPECT_EQ(::send(device_.get(), data.data(), data.size(), MSG_NOSIGNAL),
+    EXPECT_EQ(::send(ends_.far.get(), data.data(), data.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(data.size()));
   }
   // For packets, where a read takes one byte of each: a line is so many packets.
@@ -37,7 +32,7 @@ class AudioCamera {
   }
   // Ends the stream and waits for receive_audio().
   void finish() {
-    device_.reset();
+    ends_.far.reset();
     if (thread_.joinable()) thread_.join();
   }
   void run(const std::string& all) {
@@ -51,8 +46,7 @@ class AudioCamera {
   Kelvane::HTTPMediaProducerImpl producer;
 
  private:
-  Kelvane::UniqueFd device_;
-  Kelvane::UniqueFd own_;
+  SocketPair ends_;  // the far one is the camera's
   std::thread thread_;
 };
 

@@ -26,12 +26,7 @@ struct Camera : SimulatedDevice {
         }()) {}
   // False when `text` was not printed that often in time.
   bool awaitTimes(const std::string& text, int times) {
-    return eventually([&] {
-      const std::string all = output();
-      int found = 0;
-      for (auto at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) ++found;
-      return found >= times;
-    });
+    return eventually([&] { return occurrences(output(), text) >= times; });
   }
 };
 

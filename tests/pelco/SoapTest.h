@@ -3,8 +3,6 @@
 #include <axis2_util.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "support/Subprocess.h"
@@ -15,10 +13,7 @@ class SoapTest : public testing::Test {
   ~SoapTest() override { axutil_env_free(env_); }
   const axutil_env_t* env() const { return env_; }
   std::string error() const { return axutil_error_get_message(env_->error); }
-  std::string log() const {
-    std::ifstream file(logFile_);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string log() const { return testsupport::readFile(logFile_); }
 
  private:
   const testsupport::TemporaryFolder folder_;

@@ -2,10 +2,10 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <random>
 
 #include "PushInFixture.h"
+#include "support/Subprocess.h"
 
 using namespace testsupport;
 using Kelvane::Cfg;
@@ -314,8 +314,8 @@ TEST(PushInSocket, AnyUserMaySendUnderEachName) {
   const std::string id = "pushin" + std::to_string(getpid());
   const std::string audio = recorderSocket(id + "a");
   const std::string hardware = "/tmp/" + id + "h.sock";
-  std::ofstream(audio) << "stale";
-  std::ofstream(recorderSocket(id)) << "stale";
+  writeFile(audio, "stale");
+  writeFile(recorderSocket(id), "stale");
   PushInServing serving({{"DEVID", id}, {"AUDIO_DEVID", id + "a"}, {"HWID", id + "h"}});
   for (const std::string& name : {serving.path, audio, hardware}) {
     EXPECT_TRUE(eventually([&] { return std::filesystem::is_socket(name); })) << name;

@@ -1,8 +1,6 @@
 #include "PushInSnapshot.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "PushInFixture.h"
 #include "support/Subprocess.h"
@@ -10,15 +8,6 @@
 using namespace testsupport;
 
 namespace {
-
-void write(const std::string& name, const std::string& text) {
-  std::ofstream(name, std::ios::binary) << text;
-}
-
-std::string read(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 std::string logOf(const std::string& snapshot, const std::string& placeholder) {
   testing::internal::CaptureStderr();
@@ -35,10 +24,10 @@ TEST(PushInSnapshot, APlaceholderIsCopiedUpTo65536Bytes) {
   for (const std::size_t size : {1U, 65536U, 65537U, 200000U}) {
     std::string picture(size, 'p');
     for (std::size_t i = 0; i < size; i += 100) picture[i] = static_cast<char>(i / 100);
-    write(placeholder, picture);
+    writeFile(placeholder, picture);
     std::filesystem::remove(snapshot);
     EXPECT_EQ(logOf(snapshot, placeholder), "");
-    EXPECT_EQ(read(snapshot), picture.substr(0, 65536));
+    EXPECT_EQ(readFile(snapshot), picture.substr(0, 65536));
   }
 }
 
@@ -50,7 +39,7 @@ TEST(PushInSnapshot, FailuresAreNamedAndLeaveNoEmptyPicture) {
               testing::HasSubstr("CRT-0004 Failed to file " + placeholder + ": No such file"));
   EXPECT_FALSE(std::filesystem::exists(snapshot));
 
-  write(placeholder, "picture");
+  writeFile(placeholder, "picture");
   const std::string elsewhere = folder.path() + "/no/camera.jpg";
   EXPECT_THAT(logOf(elsewhere, placeholder),
               testing::HasSubstr("CRT-0005 Failed to file " + elsewhere + ": No such file"));
@@ -64,12 +53,12 @@ TEST(PushInSnapshot, FailuresAreNamedAndLeaveNoEmptyPicture) {
 TEST(PushInSnapshot, AnIStreamDeviceIsKeptFreshAndAlive) {
   PushInServing serving(TestHost::Keys{{"CAMERAMODEL", "iStream"}});
   const std::string snapshot = "/tmp/" + Kelvane::Cfg::value("DEVID") + ".jpg";
-  write(snapshot, "somebody's picture");
+  writeFile(snapshot, "somebody's picture");
   const auto now = std::filesystem::file_time_type::clock::now();
   std::filesystem::last_write_time(snapshot, now - std::chrono::hours(1));
   EXPECT_TRUE(eventually([&] { return serving.host.pidUpdates() >= 2; }));
   EXPECT_GT(std::filesystem::last_write_time(snapshot), now - std::chrono::minutes(1));
   serving.stopAndReadLog();
-  EXPECT_EQ(read(snapshot), "somebody's picture");
+  EXPECT_EQ(readFile(snapshot), "somebody's picture");
   std::filesystem::remove(snapshot);
 }

@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "RtspSupport.h"
-#include "UniqueFd.h"
 
 using namespace testsupport;
 using Kelvane::ReadAheadScheduler;
@@ -14,15 +13,8 @@ using Kelvane::ReadAheadScheduler;
 namespace {
 
 // Two connected sockets, of which a loop reads the near one ahead.
-struct Sockets {
-  explicit Sockets(int type) : loop(ReadAheadScheduler::createNew(10000)) {
-    int ends[2];
-    if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) {
-      throw std::runtime_error("socketpair failed");
-    }
-    near = Kelvane::UniqueFd(ends[0]);
-    far = Kelvane::UniqueFd(ends[1]);
-  }
+struct Sockets : SocketPair {
+  explicit Sockets(int type) : SocketPair(type), loop(ReadAheadScheduler::createNew(10000)) {}
   TaskScheduler& scheduler() const { return *loop; }
   void listen(TaskScheduler::BackgroundHandlerProc* handler) {
     scheduler().setBackgroundHandling(near.get(), SOCKET_READABLE, handler, this);
@@ -45,7 +37,6 @@ struct Sockets {
   }
 
   std::unique_ptr<ReadAheadScheduler> loop;
-  Kelvane::UniqueFd near, far;
 };
 
 // Reads a byte a call, up to '!'.

@@ -1,9 +1,6 @@
 #include <signal.h>
 #include <zlib.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "support/RetrieverProgram.h"
 #include "support/TestHost.h"
 
@@ -16,8 +13,7 @@ TEST(FileReplay, TheTraceHasTheFramesOfTheFileInOrderAndTheEventsOfARun) {
   const TemporaryFolder folder;
   const std::string source = folder.path() + "/clip";
   outputOf({builtProgram("camsim"), "clip", "--seconds", "1", source + ".h264"});
-  std::ifstream file(source + ".h264", std::ios::binary);
-  const std::string clip(std::istreambuf_iterator<char>(file), {});
+  const std::string clip = readFile(source + ".h264");
   RetrieverProgram program({{"PROTO", "FAKE"}, {"SOURCE", source}, {"FRAMERATE", "50"}});
   ASSERT_TRUE(program.awaitEvents("frame", 2 * kFramesInClip)) << program.output();
   EXPECT_EQ(program.stop(SIGTERM), 0) << program.output();

@@ -4,7 +4,6 @@
 #include <signal.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "support/RetrieverProgram.h"
 
@@ -34,10 +33,6 @@ std::pair<std::string, int> decoded(const std::string& folder) {
   const std::string row =
       files.size() == 1 ? probed(files[0], "stream=codec_name,nb_read_frames") : ",0";
   return {row.substr(0, row.find(',')), std::stoi(row.substr(row.find(',') + 1))};
-}
-
-void write(const std::string& name, const std::string& text) {
-  std::ofstream(name) << text;
 }
 
 }  // namespace
@@ -103,17 +98,17 @@ TEST(HttpServers, NginxServesBoschPictures) {
   const std::string picture =
       outputOf({"ffmpeg", "-v", "error", "-nostdin", "-f", "lavfi", "-i", "testsrc2=size=352x288",
                 "-frames:v", "1", "-f", "mjpeg", "-"});
-  write(base + "/stream", picture);
+  writeFile(base + "/stream", picture);
   const int port = freeTcpPort();
   std::string temporary;
   for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
     temporary += std::string(kind) + "_temp_path " + base + "/" + kind + ";\n";
   }
-  write(base + "/nginx.conf", "daemon off;\nmaster_process off;\npid " + base +
-                                  "/pid;\nerror_log stderr;\nevents {}\n"
-                                  "http {\naccess_log off;\n" +
-                                  temporary + "server {\nlisten 127.0.0.1:" + std::to_string(port) +
-                                  ";\nroot " + base + ";\n}\n}\n");
+  writeFile(base + "/nginx.conf", "daemon off;\nmaster_process off;\npid " + base +
+                                      "/pid;\nerror_log stderr;\nevents {}\n"
+                                      "http {\naccess_log off;\n" +
+                                      temporary + "server {\nlisten 127.0.0.1:" +
+                                      std::to_string(port) + ";\nroot " + base + ";\n}\n}\n");
   Subprocess nginx({"/usr/sbin/nginx", "-p", base, "-e", "stderr", "-c", base + "/nginx.conf"});
   ASSERT_TRUE(awaitPort("tcp", port)) << nginx.output();
   RetrieverProgram program(
@@ -131,23 +126,23 @@ TEST(HttpServers, LighttpdsDigestIsAnswered) {
   TemporaryFolder folder;
   const std::string& base = folder.path();
   // Over a megabyte, so that the file's own length is no frame's.
-  write(base + "/stream", outputOf({"ffmpeg", "-v", "error", "-nostdin", "-f", "lavfi", "-i",
-                                    "testsrc2=size=352x288:rate=25", "-t", "6", "-c:v", "mjpeg",
-                                    "-q:v", "3", "-f", "mpjpeg", "-"}));
+  writeFile(base + "/stream", outputOf({"ffmpeg", "-v", "error", "-nostdin", "-f", "lavfi", "-i",
+                                        "testsrc2=size=352x288:rate=25", "-t", "6", "-c:v", "mjpeg",
+                                        "-q:v", "3", "-f", "mpjpeg", "-"}));
   ASSERT_GT(std::filesystem::file_size(base + "/stream"), 1000000U);
   // md5("admin:camera:secret")
-  write(base + "/users", "admin:camera:72824d40fd91988f34136479bb7c85ff\n");
+  writeFile(base + "/users", "admin:camera:72824d40fd91988f34136479bb7c85ff\n");
   const int port = freeTcpPort();
-  write(base + "/lighttpd.conf",
-        "server.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port) +
-            "\nserver.document-root = \"" + base +
-            "\"\n"
-            "server.modules = (\"mod_auth\", \"mod_authn_file\")\n"
-            "auth.backend = \"htdigest\"\nauth.backend.htdigest.userfile = \"" +
-            base +
-            "/users\"\n"
-            "auth.require = (\"\" => (\"method\" => \"digest\", \"realm\" => \"camera\", "
-            "\"require\" => \"valid-user\"))\n");
+  writeFile(base + "/lighttpd.conf",
+            "server.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port) +
+                "\nserver.document-root = \"" + base +
+                "\"\n"
+                "server.modules = (\"mod_auth\", \"mod_authn_file\")\n"
+                "auth.backend = \"htdigest\"\nauth.backend.htdigest.userfile = \"" +
+                base +
+                "/users\"\n"
+                "auth.require = (\"\" => (\"method\" => \"digest\", \"realm\" => \"camera\", "
+                "\"require\" => \"valid-user\"))\n");
   Subprocess lighttpd({"/usr/sbin/lighttpd", "-D", "-f", base + "/lighttpd.conf"});
   ASSERT_TRUE(awaitPort("tcp", port)) << lighttpd.output();
   RetrieverProgram program(

@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "support/RetrieverProgram.h"
 #include "support/TcpPeer.h"
 #include "support/TestHost.h"
@@ -17,10 +15,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
-
-void writeFile(const std::string& name, const std::string& content) {
-  std::ofstream(name, std::ios::binary) << content;
-}
 
 // A replay of a pipe that never delivers: start() blocks where no flag is seen.
 struct BlockedReplay {

@@ -135,10 +135,7 @@ TEST(BusService, FormOfCallsAndRepliesAmongForeignAndBrokenMessages) {
   EXPECT_EQ(0U, service.getUserId());
   EXPECT_EQ("alive", submit(*client, "alive"));
   const std::string log = testing::internal::GetCapturedStderr();
-  std::size_t foreign = 0;
-  for (std::size_t at = 0; (at = log.find("Foreign message", at)) != std::string::npos; ++at)
-    ++foreign;
-  EXPECT_EQ(4U, foreign) << log;
+  EXPECT_EQ(4, testsupport::occurrences(log, "Foreign message")) << log;
   EXPECT_THAT(log, HasSubstr("TDX_Service_Impl "));
 }
 

@@ -2,17 +2,12 @@
 
 #include <signal.h>
 
-#include <fstream>
 #include <stdexcept>
 
 namespace testsupport {
 namespace {
 
 constexpr char kJars[] = "/usr/share/activemq/lib/*:/usr/share/activemq/lib/optional/*";
-
-void write(const std::string& path, const std::string& text) {
-  std::ofstream(path) << text;
-}
 
 std::vector<std::string> java(std::vector<std::string> arguments) {
   std::vector<std::string> command{"java", "-Xmx64m", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC",
@@ -25,7 +20,7 @@ std::vector<std::string> java(std::vector<std::string> arguments) {
 
 BusServer::BusServer(const std::string& address, int port, const std::string& config)
     : address_(address), port_(port) {
-  write(folder_.path() + "/nats.conf", config);
+  writeFile(folder_.path() + "/nats.conf", config);
   restart();
 }
 
@@ -46,25 +41,25 @@ void BusServer::stop() {
 }
 
 BrokerServer::BrokerServer() : port_(freeTcpPort()) {
-  write(folder_.path() + "/log4j.properties",
-        "log4j.rootLogger=INFO, out\n"
-        "log4j.appender.out=org.apache.log4j.ConsoleAppender\n"
-        "log4j.appender.out.layout=org.apache.log4j.SimpleLayout\n");
-  write(folder_.path() + "/broker.xml",
-        R"(<beans xmlns="http://www.springframework.org/schema/beans"
+  writeFile(folder_.path() + "/log4j.properties",
+            "log4j.rootLogger=INFO, out\n"
+            "log4j.appender.out=org.apache.log4j.ConsoleAppender\n"
+            "log4j.appender.out.layout=org.apache.log4j.SimpleLayout\n");
+  writeFile(folder_.path() + "/broker.xml",
+            R"(<beans xmlns="http://www.springframework.org/schema/beans"
   xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"
   xsi:schemaLocation="http://www.springframework.org/schema/beans
     http://www.springframework.org/schema/beans/spring-beans.xsd
     http://activemq.apache.org/schema/core http://activemq.apache.org/schema/core/activemq-core.xsd">
 <broker xmlns="http://activemq.apache.org/schema/core" brokerName="t" useJmx="false"
   persistent="false" schedulerSupport="false" dataDirectory=")" +
-            folder_.path() + R"(">
+                folder_.path() + R"(">
   <plugins><simpleAuthenticationPlugin anonymousAccessAllowed="false"><users>
     <authenticationUser username=")" +
-            kBrokerUser + R"(" password=")" + kBrokerPassword + R"(" groups="all"/>
+                kBrokerUser + R"(" password=")" + kBrokerPassword + R"(" groups="all"/>
   </users></simpleAuthenticationPlugin></plugins>
   <transportConnectors><transportConnector uri="tcp://127.0.0.1:)" +
-            std::to_string(port_) + R"("/></transportConnectors>
+                std::to_string(port_) + R"("/></transportConnectors>
 </broker></beans>)");
   restart();
 }

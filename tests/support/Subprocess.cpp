@@ -108,9 +108,7 @@ HeldPort::HeldPort(int type) : fd(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
 bool portServed(const char* protocol, int port) {
   char entry[32];
   snprintf(entry, sizeof entry, ":%04X 00000000:0000 ", port);
-  std::ifstream table(std::string("/proc/net/") + protocol);
-  const std::string text{std::istreambuf_iterator<char>(table), {}};
-  return text.find(entry) != std::string::npos;
+  return occurrences(readFile(std::string("/proc/net/") + protocol), entry) > 0;
 }
 
 bool awaitPort(const char* protocol, int port) {
@@ -138,6 +136,21 @@ TemporaryFolder::TemporaryFolder() {
 TemporaryFolder::~TemporaryFolder() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+std::string readFile(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void writeFile(const std::string& name, const std::string& contents) {
+  std::ofstream(name, std::ios::binary) << contents;
+}
+
+int occurrences(const std::string& text, const std::string& word) {
+  int count = 0;
+  for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) ++count;
+  return count;
 }
 
 }  // namespace testsupport

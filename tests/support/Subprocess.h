@@ -65,5 +65,9 @@ class TemporaryFolder {
  private:
   std::string path_;
 };
+// Empty for a file that is not there.
+std::string readFile(const std::string& name);
+void writeFile(const std::string& name, const std::string& contents);
+int occurrences(const std::string& text, const std::string& word);
 
 }  // namespace testsupport

@@ -62,6 +62,15 @@ Kelvane::UniqueFd unixSocket(const std::string& path, bool bound) {
   return fd;
 }
 
+SocketPair::SocketPair(int type) {
+  int ends[2];
+  if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) {
+    throw std::runtime_error("socketpair failed");
+  }
+  near.reset(ends[0]);
+  far.reset(ends[1]);
+}
+
 std::string PeerConnection::read(std::size_t size) {
   std::string data;
   while (data.size() < size && readable(fd_.get())) {

@@ -18,6 +18,12 @@ std::string rtp(int sequence, const std::string& payload, int type = 96, int ssr
 // Throws std::runtime_error.
 Kelvane::UniqueFd unixSocket(const std::string& path, bool bound);
 
+// Both ends of a connection of that type (SOCK_STREAM, ...). Throws std::runtime_error.
+struct SocketPair {
+  explicit SocketPair(int type);
+  Kelvane::UniqueFd near, far;
+};
+
 // One connection on the device's side. Reads have a deadline.
 class PeerConnection {
  public:

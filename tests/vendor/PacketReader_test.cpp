@@ -3,29 +3,20 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include <stdexcept>
 #include <thread>
 
-#include "UniqueFd.h"
 #include "support/TcpPeer.h"
 
 using namespace testsupport;
 using Kelvane::PacketReader;
-using Kelvane::UniqueFd;
 
 namespace {
 
-struct Pair {
-  Pair() {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("socketpair");
-    reader.reset(ends[0]);
-    writer.reset(ends[1]);
-  }
+struct Pair : SocketPair {
+  Pair() : SocketPair(SOCK_STREAM) {}
   void send(const std::string& data) {
-    ASSERT_EQ(write(writer.get(), data.data(), data.size()), static_cast<ssize_t>(data.size()));
+    ASSERT_EQ(write(far.get(), data.data(), data.size()), static_cast<ssize_t>(data.size()));
   }
-  UniqueFd reader, writer;
 };
 
 using Read = ssize_t (PacketReader::*)(void*, std::size_t);
@@ -42,13 +33,13 @@ TEST(PacketReader, GivesTheSameBytesWhateverTheCutsAre) {
   for (const std::size_t ahead : {0U, 1U, 5U, 10U, 32U}) {
     for (const std::size_t cut : {1U, 3U, 7U, 50U, 1000U}) {
       Pair pair;
-      PacketReader reader(pair.reader.get(), ahead);
+      PacketReader reader(pair.near.get(), ahead);
       std::string sent;
       for (int i = 0; i < 40; ++i)
         sent += "head" + std::string(1 + i * 3, static_cast<char>('0' + i));
       std::thread device([&] {
         for (std::size_t at = 0; at < sent.size(); at += cut) pair.send(sent.substr(at, cut));
-        pair.writer.reset();
+        pair.far.reset();
       });
       for (int i = 0; i < 40; ++i) {
         const std::size_t size = 1 + static_cast<std::size_t>(i) * 3;
@@ -71,7 +62,7 @@ TEST(PacketReader, GivesTheSameBytesWhateverTheCutsAre) {
 // Nothing may wait for bytes that were not asked for.
 TEST(PacketReader, APayloadDoesNotWaitForTheNextHeader) {
   Pair pair;
-  PacketReader reader(pair.reader.get(), 12);
+  PacketReader reader(pair.near.get(), 12);
   pair.send("payload");
   EXPECT_EQ(got(reader, &PacketReader::payload, 7), "payload");
   pair.send("abpay");
