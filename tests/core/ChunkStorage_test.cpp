@@ -89,7 +89,7 @@ TEST(ChunkStorage, TimeGrowsWithTheFile) {
   const std::string name = folder.path() + "/endless";
   for (std::size_t i = 0; i < std::size(heads); ++i) {
     const auto seconds = [&](std::size_t megabytes, bool fits) {
-      writeFile(name, hex(heads[i]) + std::string(megabytes << 20, '\xAA'));
+      writeFile(name, hex(heads[i]) + std::string(megabytes << 20, '\1'));
       std::vector<uint8_t> buffer(fits ? megabytes << 21 : kRoom);
       const File file = open(name);
       const clock_t begin = clock();

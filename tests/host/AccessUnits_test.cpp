@@ -65,10 +65,12 @@ TEST(AccessUnits, SingleNalUnitsBecomeOnePictureWithTheTimeOfItsFirstSlice) {
 TEST(AccessUnits, DeliveriesWithStartCodesAreCutWhereAPictureBegins) {
   const std::string headers = kLong + kSps + kShort + kPps;
   const std::string picture = kShort + kIdr + kShort + kIdrSecondSlice;
+  const std::string intra = kLong + kSps + kLong + kInter;  // of cameras without IDR pictures
   const Assembled assembled(VideoCodec::h264,
-                            {{headers, 1}, {picture, 2}, {kLong + kInter + kLong + kInter, 3}});
-  EXPECT_THAT(assembled.units, ElementsAre(headers + picture, kLong + kInter, kLong + kInter));
+                            {{headers, 1}, {picture, 2}, {kLong + kInter + intra, 3}});
+  EXPECT_THAT(assembled.units, ElementsAre(headers + picture, kLong + kInter, intra));
   EXPECT_THAT(assembled.times, ElementsAre(2, 3, 3));
+  EXPECT_THAT(assembled.keys, ElementsAre(true, false, true));
 }
 
 TEST(AccessUnits, SlicesOfAnMpeg2PictureAreJoined) {

@@ -174,6 +174,8 @@ TEST_F(PelcoOperations, FailuresLeaveTheirReasonInTheEnvironment) {
        "SOAP fault: gone wrong"},
       {"no such service", http("404 Not Found", "<html>no</html>"), "HTTP status 404"},
       {"login needed", http("401 Unauthorized", ""), "HTTP status 401: login refused"},
+      {"proxy's login needed", http("407 Proxy Authentication Required", ""),
+       "HTTP status 407: login refused"},
       {"another response", http("200 OK", soap("<QueryResponse/>")),
        "Failed in building adb object for RefreshSessionResponse : Expected "
        "RefreshSessionResponse but returned QueryResponse"},

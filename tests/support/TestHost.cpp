@@ -27,8 +27,7 @@ void CapturingSink::init(const char* codec, ...) {
   AbstractSink::init(codec);
   std::lock_guard<std::mutex> held(mutex_);
   codecs_.emplace_back(codec);
-  configs_.push_back(config == nullptr ? ""
-                                       : std::string(reinterpret_cast<const char*>(config), size));
+  configs_.push_back(size == 0 ? "" : std::string(reinterpret_cast<const char*>(config), size));
 }
 
 void CapturingSink::addData(unsigned char* data, unsigned int size, const timeval& tv) {
