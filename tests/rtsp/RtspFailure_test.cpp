@@ -20,9 +20,10 @@ CameraScript answering(const char* method, const char* status, const char* heade
   };
   return script;
 }
-CameraScript closingAt(const char* method) {
+CameraScript closingAt(const char* method, const std::string& lastWords = "") {
   CameraScript script;
   script.closesAt = method;
+  script.lastWords = lastWords;
   return script;
 }
 // Sends so much of a packet and leaves.
@@ -50,6 +51,7 @@ TEST(RtspFailure, HasItsTextStateAndStatus) {
   const std::string noSetup = "CRT-5023 Failed to setup \"video/H264\" subsession: ";
   const std::string noPlay = "CRT-5018 Failed to start playing session: ";
   const std::string closed = "CRT-5003 Error to read from socket. Seems server closed connection";
+  const std::string half = interleaved(0, rtp(1, std::string(1000, 'x'))).substr(0, 300);
   const std::string unknown = "UNKNOWN UNK";
   const std::string lost = "STREAM_LOST UNK";
   const std::string gone = "STREAM_LOST DEV_CLOSED_SOCKET";
@@ -64,6 +66,7 @@ TEST(RtspFailure, HasItsTextStateAndStatus) {
                  "WWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\n"),
        0, noDescription, unknown},
       {closingAt("DESCRIBE"), 0, noDescription, unknown},
+      {answering("DESCRIBE", "200 OK"), 0, noDescription, unknown},
       {describing(kH264Lines + ("a=x:" + std::string(3000000, 'y')) + "\r\n"), 0, noDescription,
        unknown},
       {answering("DESCRIBE", "200 OK", "", "v=0\r\nthis is no description\r\n"), 0,
@@ -80,6 +83,7 @@ TEST(RtspFailure, HasItsTextStateAndStatus) {
       {closingAt("SETUP"), 1, noSetup, lost},
       {answering("PLAY", "500 Internal Error"), 0, noPlay + "500 Internal Error", unknown},
       {closingAt("PLAY"), 0, noPlay, unknown},
+      {closingAt("PLAY", half), 0, closed, gone},
       {leaving(2000, &PeerConnection::close), 0, closed, gone},
       {leaving(300, &PeerConnection::reset), 0, closed, gone},
   };

@@ -76,6 +76,7 @@ TEST(RtspStreams, GarbageBetweenInterleavedFramesIsPassedOver) {
     connection.write(interleaved(0, ""));
     connection.write(interleaved(0, "short"));
     connection.write(interleaved(9, rtp(2, "of no stream")));
+    connection.write(interleaved(1, "a report that no buffer holds" + std::string(9000, '!')));
     connection.write(interleaved(0, rtp(2, hex("65 02"))));
     connection.write(interleaved(0, rtp(3, hex("65 03"))));
   };
@@ -85,14 +86,21 @@ TEST(RtspStreams, GarbageBetweenInterleavedFramesIsPassedOver) {
   EXPECT_EQ(receiver.host.video()->frames().back().data, hex("65 03"));
 }
 
-// The one sink of a medium is closed once, however many streams claim it.
+// The one sink of a medium plays the first stream, until that one ends.
 TEST(RtspStreams, TwoVideoStreamsInOneDescription) {
   CameraScript script;
   script.mediaLines += "m=video 0 RTP/AVP 97\r\na=rtpmap:97 H264/90000\r\na=control:track2\r\n";
-  script.afterPlay = [](PeerConnection& connection) { send(connection, kSlice); };
+  script.afterPlay = [](PeerConnection& connection) {
+    // A sender report makes the second stream's source known.
+    connection.write(interleaved(3, hex("80 C8 00 06 00 00 00 05") + std::string(20, '\0')));
+    connection.write(interleaved(3, rtcpBye(5)));
+    send(connection, kSlice);
+  };
   ScriptedCamera camera(script);
+  testing::internal::CaptureStderr();
   Receiver receiver(camera.keys());
   ASSERT_TRUE(receiver.host.video()->awaitFrames(3));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Received RTCP \"BYE\""));
   EXPECT_THAT(camera.methods(), ElementsAre("DESCRIBE", "SETUP", "SETUP", "PLAY"));
   EXPECT_TRUE(receiver.stop());
 }

@@ -102,7 +102,10 @@ void ScriptedCamera::serve(PeerConnection connection) {
       std::lock_guard<std::mutex> held(mutex_);
       requests_.push_back(request);
     }
-    if (request.method == script_.closesAt) return;
+    if (request.method == script_.closesAt) {
+      connection.write(script_.lastWords);
+      return;
+    }
     connection.write(answerTo(request));
     if (request.method == "PLAY" && script_.afterPlay) script_.afterPlay(connection);
   }

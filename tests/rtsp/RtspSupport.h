@@ -35,6 +35,7 @@ struct CameraScript {
   std::map<std::string, Answer> answers;
   std::string sessionWords;  // behind the session's number in the answer to SETUP
   std::string closesAt;      // a method
+  std::string lastWords;     // ahead of that
   // Runs on the camera's thread behind the answer to PLAY.
   std::function<void(PeerConnection&)> afterPlay;
 };

@@ -19,8 +19,10 @@ constexpr const char* clientProtocolName = "RTSP";
 
 constexpr double kLongestTimer = 2147.483647;  // seconds
 constexpr int64_t kMicros = 1000000;           // a second
-// A camera that closes the connection is noticed within two seconds.
+// A camera that closes the connection is noticed within two seconds. What it
+// sent last may still be read ahead then: it has a moment to be handed on.
 constexpr int64_t kConnectionWatchMicros = 1000000;
+constexpr int64_t kLastFramesMicros = 100000;
 
 bool isOn(const char* key) {
   return Cfg::value(key) == "on";
@@ -61,6 +63,7 @@ bool RTSPMediaProducerImpl::start() {
 bool RTSPMediaProducerImpl::converse() {
   if (!openSession()) return false;
   openReceivers();
+  if (streamUsingTCP) watchConnectionIn(kConnectionWatchMicros);
   setupStreams();
   if (stopRequested()) return false;
   attachSinks();
@@ -117,7 +120,7 @@ bool RTSPMediaProducerImpl::openSession() {
   const std::string pass = Cfg::value("PASSWD");
   const RTSPResult sdp = getSDPDescriptionFromURL(url.c_str(), user.c_str(), pass.c_str());
   if (sdp.end == RTSPResult::stopped) return false;
-  if (!sdp.ok()) {
+  if (!sdp.ok() || sdp.text.empty()) {
     ERROR_REPORT("CRT-5015 Failed to get a SDP description from URL \"%s\": %s", url.c_str(),
                  sdp.text.c_str());
     shutdown(true);
@@ -162,16 +165,22 @@ void RTSPMediaProducerImpl::timeoutPrevention(void* producer) {
 }
 
 // The library says nothing when the connection that carries the streams is
-// gone: without this the process would idle for ever.
+// gone, or ends within a packet while a request waits: without this the process
+// would idle, or spin, for ever.
+void RTSPMediaProducerImpl::watchConnectionIn(int64_t micros) {
+  connectionWatchTask = env_->taskScheduler().scheduleDelayedTask(micros, watchConnection, this);
+}
+
 void RTSPMediaProducerImpl::watchConnection(void* producer) {
   auto* self = static_cast<RTSPMediaProducerImpl*>(producer);
   self->connectionWatchTask = nullptr;
-  if (!self->ourClient->connected()) {
+  const bool connected = self->ourClient->connected();
+  if (!connected && self->connectionLost) {
     ERROR_REPORT("CRT-5003 Error to read from socket. Seems server closed connection");
     self->shutdown(true);
   }
-  self->connectionWatchTask = self->env_->taskScheduler().scheduleDelayedTask(
-      kConnectionWatchMicros, watchConnection, self);
+  self->connectionLost = !connected;
+  self->watchConnectionIn(connected ? kConnectionWatchMicros : kLastFramesMicros);
 }
 
 void RTSPMediaProducerImpl::startPlayingStreams() {
@@ -181,7 +190,6 @@ void RTSPMediaProducerImpl::startPlayingStreams() {
     ERROR_REPORT("CRT-5018 Failed to start playing session: %s", played.text.c_str());
     shutdown(true);
   }
-  if (streamUsingTCP) watchConnection(this);
   LOG_INFO("Entering to loop to receive stream...");
   if (endTime == 0) endTime = session->playEndTime();
   if (endTime <= 0) return;

@@ -61,6 +61,7 @@ class RTSPMediaProducerImpl : public NETMediaProducerImpl {
   bool converse();
   bool openSession();
   void armKeepAlive();
+  void watchConnectionIn(int64_t micros);
   static void watchConnection(void* producer);
 
   void openReceivers();
@@ -89,6 +90,7 @@ class RTSPMediaProducerImpl : public NETMediaProducerImpl {
   int simpleRTPoffsetArg = -1;
   timeval startTime{};
   bool streamUsingTCP = true;
+  bool connectionLost = false;  // at the last look
   bool forceMulticast = false;
   std::list<ClientData*> clientDataList;
   APP_MODE_NAME applicationMode;

@@ -151,8 +151,11 @@ bool RTSPMediaProducerImpl::attachSink(ClientData* clientData) {
   return false;
 }
 
+// A sink plays one stream: the end of a second one of its medium is not its end.
 void RTSPMediaProducerImpl::play(AbstractSink* sink, ClientData* clientData) {
-  sink->startPlaying(*subsession->readSource(), subsessionAfterPlaying, clientData);
+  if (!sink->startPlaying(*subsession->readSource(), subsessionAfterPlaying, clientData)) {
+    subsession->sink = nullptr;
+  }
 }
 
 bool RTSPMediaProducerImpl::attachAudio(ClientData* clientData) {
@@ -233,16 +236,10 @@ void RTSPMediaProducerImpl::closeMediaSinks() {
   while (MediaSubsession* of = iterator.next()) closeSink(*of);
 }
 
-// Closing deletes the sink. A description with two streams of one medium has
-// two subsessions with the same sink, so all of them let go of it.
+// Closing deletes the sink.
 void RTSPMediaProducerImpl::closeSink(MediaSubsession& of) {
-  MediaSink* const sink = of.sink;
-  if (sink == nullptr) return;
-  Medium::close(sink);
-  MediaSubsessionIterator iterator(*session);
-  while (MediaSubsession* other = iterator.next()) {
-    if (other->sink == sink) other->sink = nullptr;
-  }
+  Medium::close(of.sink);
+  of.sink = nullptr;
 }
 
 void RTSPMediaProducerImpl::subsessionAfterPlaying(void* clientData) {
