@@ -6,6 +6,7 @@
 
 #include "FrameParser.h"
 #include "TSFrame.h"
+#include "TSSink.h"
 #include "TsBuilder.h"
 #include "support/TcpPeer.h"
 #include "support/TestHost.h"
@@ -82,7 +83,7 @@ TEST(FrameParser, AFrameWithoutEndIsGivenUpAndTheNextOnesCome) {
   int givenUp = 0;
   for (int i = 0; i < 200; ++i) {
     parser.feed(*pes, [&](AVPacket&) { ++frames; });
-    if (parser.gaveUp()) ++givenUp;
+    if (parser.givenUp() > FrameParser::kMaxFrame) ++givenUp;
   }
   EXPECT_EQ(frames, 0);
   EXPECT_EQ(givenUp, 200 * 100000 / static_cast<int>(FrameParser::kMaxFrame));
@@ -95,6 +96,33 @@ TEST(FrameParser, AFrameWithoutEndIsGivenUpAndTheNextOnesCome) {
   for (int i = 0; i < 3; ++i) parser.feed(*pes, [&](AVPacket&) { ++frames; });
   EXPECT_GE(frames, 1);
   av_packet_free(&pes);
+}
+
+TEST(TSSink, FramesWithoutEndInManyStreamsTakeBoundedMemory) {
+  struct Producer : Kelvane::CornetMediaProducerImpl {
+    using CornetMediaProducerImpl::CornetMediaProducerImpl;
+    void feed(std::string packets) {
+      tsSink_->addData(reinterpret_cast<unsigned char*>(packets.data()),
+                       static_cast<unsigned>(packets.size()), {});
+    }
+  };
+  TestHost host({{"PROTO", "UDP"}, {"CAMERAMODEL", "Cornet"}});
+  Producer producer(host.audio(), host.video(), host.metadata(), false);
+  TsBuilder sender;
+  constexpr int kFirst = 300, kStreams = 20;
+  std::vector<TsBuilder::Stream> streams;
+  for (int i = 0; i < kStreams; ++i) streams.push_back({TsBuilder::kH264, kFirst + i});
+  producer.feed(sender.pat(256) + sender.pmt(256, streams));
+  const long before = allocatedKb();
+  testing::internal::CaptureStderr();
+  const std::string part(60000, 'U');
+  for (int round = 0; round < 60; ++round) {
+    for (int i = 0; i < kStreams; ++i) producer.feed(sender.pes(kFirst + i, part));
+    ASSERT_LT(allocatedKb() - before, 40 * 1024) << round;
+  }
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("Video frames without end, "));
+  EXPECT_EQ(host.video()->count(), 0U);
 }
 
 TEST(TSFrame, FirstBytesTellTheKind) {

@@ -52,6 +52,7 @@ int DatagramBatch::read(unsigned char* to, std::size_t size, sockaddr_storage& f
                           const sockaddr_storage& sender) {
     length = std::min(size, length);
     memcpy(to, datagram, length);
+    admission_.numberOn(to, length);
     from = sender;
     return static_cast<int>(length);
   };

@@ -25,8 +25,13 @@ void FrameParser::open() {
   context_->codec_type = AVMEDIA_TYPE_VIDEO;
 }
 
-bool FrameParser::gaveUp() {
-  return std::exchange(gaveUp_, false);
+void FrameParser::giveUp() {
+  givenUp_ += std::exchange(pending_, 0);
+  open();
+}
+
+std::size_t FrameParser::givenUp() {
+  return std::exchange(givenUp_, 0);
 }
 
 bool FrameParser::parse(const AVPacket& pes, Input& rest) {
@@ -54,9 +59,7 @@ bool FrameParser::parse(const AVPacket& pes, Input& rest) {
   }
   pending_ += static_cast<std::size_t>(used);
   if (pending_ > kMaxFrame) {
-    pending_ = 0;
-    gaveUp_ = true;
-    open();
+    giveUp();
   } else if (used == 0) {
     rest.size = 0;  // a parser that takes nothing would be asked for ever
   }

@@ -32,8 +32,12 @@ class FrameParser {
     }
   }
 
-  // True once, when a frame was given up since the last call.
-  bool gaveUp();
+  // Bytes of the frame that has not ended yet.
+  std::size_t pending() const { return pending_; }
+  // Drops them.
+  void giveUp();
+  // The bytes of frames that were given up since the last call.
+  std::size_t givenUp();
 
  private:
   struct Input {
@@ -60,7 +64,7 @@ class FrameParser {
   std::unique_ptr<AVCodecParserContext, CloseParser> parser_;
   std::unique_ptr<AVPacket, FreePacket> frame_{av_packet_alloc()};
   std::size_t pending_ = 0;  // bytes taken since the last frame
-  bool gaveUp_ = false;
+  std::size_t givenUp_ = 0;
 };
 
 }  // namespace Kelvane

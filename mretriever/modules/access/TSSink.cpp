@@ -1,6 +1,8 @@
 #include "TSSink.h"
 
 #include <algorithm>
+#include <ctime>
+#include <utility>
 
 #include "Cfg.h"
 #include "FailureReport.h"
@@ -12,6 +14,10 @@ namespace {
 constexpr std::size_t index(TSFrameKind kind) {
   return static_cast<std::size_t>(kind);
 }
+
+// Of all video streams together: many may be announced, and none need hold a frame.
+constexpr std::size_t kMaxPending = 2 * FrameParser::kMaxFrame;
+constexpr time_t kWarningInterval = 10;  // seconds
 
 char typeLetter(int codecType) {
   constexpr char kLetters[] = "VADS+N";
@@ -58,10 +64,26 @@ void CornetMediaProducerImpl::TSSink::videoPacketGot(const AVPacket& pes, const 
     if (key) skipToKeyFrame_ = false;
     if (!skipToKeyFrame_) newTSFrameGot(frame, stream, tv);
   });
-  if (parser.gaveUp()) {
-    LOG_WARN("Video stream %d has no end of frame in %zu bytes, dropped", stream.index,
-             FrameParser::kMaxFrame);
+  boundParsers();
+}
+
+// The longest frame goes first.
+void CornetMediaProducerImpl::TSSink::boundParsers() {
+  std::size_t total = 0;
+  FrameParser* longest = nullptr;
+  for (const auto& parser : parsers_) {
+    if (parser == nullptr) continue;
+    total += parser->pending();
+    if (longest == nullptr || parser->pending() > longest->pending()) longest = parser.get();
   }
+  if (longest != nullptr && total > kMaxPending) longest->giveUp();
+  for (const auto& parser : parsers_) {
+    if (parser != nullptr) droppedVideo_ += parser->givenUp();
+  }
+  const time_t now = time(nullptr);
+  if (droppedVideo_ == 0 || now - lastWarning_ < kWarningInterval) return;
+  lastWarning_ = now;
+  LOG_WARN("Video frames without end, %zu bytes dropped", std::exchange(droppedVideo_, 0));
 }
 
 void CornetMediaProducerImpl::TSSink::newTSFrameGot(AVPacket& frame, const AVStream& stream,

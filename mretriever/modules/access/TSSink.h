@@ -29,11 +29,14 @@ class CornetMediaProducerImpl::TSSink : public AbstractSink {
   void audioFrameGot(AVPacket& frame);
   void metadataFrameGot(AVPacket& frame);
   FrameParser& parserOf(const AVStream& stream);
+  void boundParsers();
 
   CornetMediaProducerImpl& mp_;
   TransportStream ts_;
   unsigned restarts_ = 0;  // of ts_, for which parsers_ hold
   std::array<std::unique_ptr<FrameParser>, TransportStream::kMaxStreams> parsers_;
+  std::size_t droppedVideo_ = 0;  // bytes of frames without end, not yet told of
+  time_t lastWarning_ = 0;
   bool didInitAudioSink_ = false;
   bool didInitMetadataSink_ = false;
   // By kind of frame: the stream that the last one came from, and its time.

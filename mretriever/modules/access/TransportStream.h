@@ -19,7 +19,8 @@ namespace Kelvane {
 class TransportStream {
  public:
   static constexpr std::size_t kPacketSize = 188;
-  static constexpr unsigned kMaxStreams = 128;
+  // Each may take 2 MB for an elementary packet that does not end.
+  static constexpr unsigned kMaxStreams = 64;
   static constexpr unsigned kMaxPrograms = 256;
 
   TransportStream();
