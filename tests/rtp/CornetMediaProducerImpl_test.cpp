@@ -67,22 +67,35 @@ bool multicastWorks() {
 }  // namespace
 
 TEST(CornetMediaProducerImpl, TakesARealStreamApartWheneverItBegins) {
+  const char h264[] = "-c:v libx264 -preset ultrafast -tune zerolatency -c:a aac -ac 1";
+  const char mpeg2[] = "-c:v mpeg2video -q:v 10 -c:a mp2 -b:a 128k -ac 1";
+  const char udp[] = "-f mpegts udp://127.0.0.1:", overRtp[] = "-f rtp_mpegts rtp://127.0.0.1:";
   const struct {
     const char *proto, *format, *coding, *output, *config;
     std::string videoStart;
+    bool joins;  // a stream that is under way
   } cases[] = {
-      {"UDP", "h264", "-c:v libx264 -preset ultrafast -tune zerolatency -c:a aac -ac 1",
-       "-f mpegts udp://127.0.0.1:", "12 08", hex("00 00 00 01")},
-      // MPEG audio shares the syncword, so it passes for AAC with an odd configuration.
-      {"RTP", "mpeg2", "-c:v mpeg2video -q:v 10 -c:a mp2 -b:a 128k -ac 1",
-       "-f rtp_mpegts rtp://127.0.0.1:", "", hex("00 00 01 B3")},  // nothing ahead of a key frame
+      {"UDP", "h264", h264, udp, "12 08", hex("00 00 00 01"), false},
+      {"RTP", "h264", h264, overRtp, "12 08", hex("00 00 00 01"), true},
+      // Nothing ahead of a key frame. MPEG audio shares the syncword, so it
+      // passes for AAC with an odd configuration.
+      {"RTP", "mpeg2", mpeg2, overRtp, "", hex("00 00 01 B3"), false},
+      {"UDP", "mpeg2", mpeg2, udp, "", hex("00 00 01 B3"), true},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.format);
+    SCOPED_TRACE(std::string(c.proto) + " " + c.format);
     const auto keys = keysFor(c.proto, freeUdpPort(), c.format);
-    const auto sender =
-        ffmpegSender(c.coding, true, c.output + keys.at("RTP_UNICAST_PORT") + "?pkt_size=1316");
+    std::unique_ptr<Subprocess> sender;
+    const auto send = [&] {
+      sender =
+          ffmpegSender(c.coding, true, c.output + keys.at("RTP_UNICAST_PORT") + "?pkt_size=1316");
+    };
+    if (c.joins) {
+      send();
+      poll(nullptr, 0, 700);
+    }
     Reception reception(keys);
+    if (!c.joins) send();
     TestHost& host = reception.host;
     ASSERT_TRUE(host.video()->awaitFrames(12)) << sender->output();
     ASSERT_TRUE(host.audio()->awaitFrames(5));
@@ -180,6 +193,8 @@ TEST(CornetMediaProducerImpl, ASocketThatCannotBeHadIsReported) {
   const HeldPort other(SOCK_DGRAM);
   const std::string text = "Can't bind port " + std::to_string(other.port);
   EXPECT_FATAL_REPORT(start(keysFor("UDP", other.port)), text, "STREAM_LOST UNK");
+  EXPECT_FATAL_REPORT(start(keysFor("UDP", 65536)),
+                      "Unknown RTP_UNICAST_PORT or not properly defined", "STREAM_LOST UNK");
   EXPECT_FATAL_REPORT(start(keysForGroup("239.255.0.1", other.port)), text, "STREAM_LOST UNK");
   for (const char* group : {"127.0.0.1", "no address"}) {
     EXPECT_FATAL_REPORT(start(keysForGroup(group, freeUdpPort())),

@@ -21,7 +21,9 @@ constexpr unsigned char kPayloadTransportStream = 33;
 constexpr unsigned kClock = 90000;  // Hz
 
 std::uint16_t port(const char* key) {
-  return static_cast<std::uint16_t>(Cfg::i_value(key));
+  const auto number = static_cast<std::uint16_t>(Cfg::i_value(key));
+  if (number == 0) FATAL_REPORT("Unknown %s or not properly defined", key);
+  return number;
 }
 
 // A text that is no address becomes one that no join accepts.

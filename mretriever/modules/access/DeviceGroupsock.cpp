@@ -47,7 +47,7 @@ Groupsock* open(UsageEnvironment& env, in_addr address, std::uint16_t port) {
   const WithoutJoin guard(address);
   auto socket = std::make_unique<Groupsock>(env, name, Port(port), kTimeToLive);
   if (socket->socketNum() < 0) {
-    FATAL_REPORT("Can't bind port %d for the stream: another program receives on it", port);
+    FATAL_REPORT("Can't bind port %d for the stream: %s", port, env.getResultMsg());
   }
   increaseReceiveBufferTo(env, socket->socketNum(), kReceiveBuffer);
   return socket.release();

@@ -19,9 +19,9 @@ Groupsock* openUnicast(UsageEnvironment& env, std::uint16_t port);
 // yet: joinGroup() does that.
 Groupsock* openMulticast(UsageEnvironment& env, in_addr group, std::uint16_t port);
 
-// Joins on the interface that the kernel's routes choose; from now on only
-// this group's datagrams arrive, whatever else comes to the port. Zero, or the
-// system's error code.
+// Joins on the interface that the kernel's routes choose; from now on datagrams
+// of no other group arrive, whatever the host has joined. Zero, or the system's
+// error code.
 int joinGroup(const Groupsock& socket, in_addr group);
 
 }  // namespace Kelvane
