@@ -209,9 +209,12 @@ TEST(Recorder, AFullDiskIsToldOnceAndWhatIsThereStillPlays) {
   Kelvane::Log4cppWrapper::init(600);
   Recorded recorded("h264");
   const auto units = h264Units();
-  const rlimit full{150000, 150000};
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit full{150000, before.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
   for (double from : {0.0, 2.0, 4.0}) recorded.video(units, from);
+  setrlimit(RLIMIT_FSIZE, &before);
   const auto files = recorded.files();
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_EQ(occurrences(log, "Recording fails"), 1) << log;
