@@ -31,6 +31,7 @@ class Camera {
 
  private:
   static constexpr int kPatienceTries = 10;
+  static constexpr int kStreamMs = 2;  // for the client to take the stream
 
   // One listener for all inputs, and an address of 127.0.0.0/8 for each, so
   // that no pair of ports is waited for.
@@ -94,7 +95,10 @@ class Camera {
       text += "\r\n" + (play ? stream_ : "");
     }
     send(client, text.data(), text.size(), 0);
-    if (play) stage_.retriever().stop();
+    if (!play) return;
+    poll(nullptr, 0, kStreamMs);
+    stage_.retriever().stop();
+    shutdown(client, SHUT_WR);  // turns the client's loop
   }
 
   fuzz::Stage& stage_;

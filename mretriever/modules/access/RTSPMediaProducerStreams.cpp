@@ -153,6 +153,7 @@ bool RTSPMediaProducerImpl::attachSink(ClientData* clientData) {
 
 // A sink plays one stream: the end of a second one of its medium is not its end.
 void RTSPMediaProducerImpl::play(AbstractSink* sink, ClientData* clientData) {
+  subsession->sink = sink;
   if (!sink->startPlaying(*subsession->readSource(), subsessionAfterPlaying, clientData)) {
     subsession->sink = nullptr;
   }
@@ -169,7 +170,6 @@ bool RTSPMediaProducerImpl::attachAudio(ClientData* clientData) {
     FATAL_REPORT("CRT-5020 Failed to create sink for %s", subsession->codecName());
   }
   aSink_->init(subsession->codecName(), config.bytes.get(), config.size);
-  subsession->sink = aSink_;
   play(aSink_, clientData);
   return true;
 }
@@ -178,7 +178,6 @@ bool RTSPMediaProducerImpl::attachVideo(ClientData* clientData) {
   const char* codec = subsession->codecName();
   if (vSink_ == nullptr) FATAL_REPORT("CRT-5021 Failed to create sink for %s", codec);
   vSink_->init(codec);
-  subsession->sink = vSink_;
   injectConfiguration();
   LOG_DEBUG("Video Codec: %s", codec);
   bool served = false;
@@ -222,8 +221,7 @@ bool RTSPMediaProducerImpl::attachMetadata(ClientData* clientData) {
   dSink_->init(subsession->codecName(), config.bytes.get(), config.size);
   const std::string text(reinterpret_cast<const char*>(config.bytes.get()), config.size);
   LOG_DEBUG("configLen=%d, configData: %s", static_cast<int>(config.size), text.c_str());
-  subsession->sink = dSink_;
-  if (subsession->sink == nullptr) {
+  if (dSink_ == nullptr) {
     FATAL_REPORT("CRT-5020 Failed to create sink for %s", subsession->codecName());
   }
   play(dSink_, clientData);
